@@ -1,0 +1,67 @@
+// Reporting for every exported function: argument checks in their fixed order,
+// the status test, and the reports of memory exhaustion, overflow and traces.
+//
+//   qx::Report r{"QXybAdd2"};
+//   r.scaling(doScale, scaleFactor);
+//   r.check(n <= 0, "n<=0");
+//   if (r.failed()) return QXGetStatus();
+//
+// A Report carries the function name exactly as the messages spell it (odd
+// names and trailing blanks included). The raising line and file come from
+// std::source_location at the call site, so every report names its true source
+// line and "..\LIBSRC\" plus the real file name.
+#pragma once
+
+#include <source_location>
+
+#include "kvxpx.h"
+
+namespace qx {
+
+using where = std::source_location;
+
+// "..\LIBSRC\<file name>" for the path the compiler recorded.
+const char* libsrc_path(const char* compiledPath) noexcept;
+
+// The library's message buffer: the text of the most recent report, and the
+// place where formatted messages ("Unknown value %3d for doScale", ...) are
+// built. Later trace reports quote it as "the current message".
+const char* current_message() noexcept;
+
+class Report {
+public:
+    constexpr explicit Report(const char* name) noexcept : name_(name) {}
+
+    constexpr const char* name() const noexcept { return name_; }
+
+    // Reports `code` with `text` through QXError; returns the handler's result.
+    int raise(int code, const char* text, where loc = where::current()) const noexcept;
+
+    // printf-style text formatted into the message buffer, then raised.
+    int raisef(int code, where loc, const char* format, ...) const noexcept
+        __attribute__((format(printf, 4, 5)));
+
+    // One argument check: reports -5 with `text` when `failed`. Returns `failed`.
+    bool check(bool failed, const char* text, where loc = where::current()) const noexcept {
+        if (failed) [[unlikely]]
+            raise(QX_StsBadArg, text, loc);
+        return failed;
+    }
+
+    // The scaling checks shared by every integer routine, in their order:
+    // "doScale<0", "doScale>3", "scaleFactor==0", and only for doScale 1 with
+    // a pointer: "*scaleFactor<-64", "*scaleFactor>64".
+    void scaling(int doScale, const int* scaleFactor, where loc = where::current()) const noexcept;
+
+    // Overflow (-20) then underflow (-21), each with an empty condition text.
+    // Returns the last handler result, or `ok` when neither happened.
+    int range(bool overflow, bool underflow, int ok = 0, where loc = where::current()) const noexcept;
+
+    // True when an error is pending (the status word is negative).
+    static bool failed() noexcept { return QXGetStatus() < 0; }
+
+private:
+    const char* name_;
+};
+
+}  // namespace qx

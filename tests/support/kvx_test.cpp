@@ -1,0 +1,77 @@
+#include "kvx_test.h"
+
+namespace kvxtest {
+
+std::vector<Reported>& reports() {
+    static std::vector<Reported> all;
+    return all;
+}
+
+int capture(int code, const char* functionName, const char* conditionText, const char* sourceFile, int line) {
+    reports().push_back({code, functionName ? functionName : "<null>", conditionText ? conditionText : "<null>",
+                         sourceFile ? sourceFile : "<null>", line});
+    if (code != QX_StsBackTrace && code != QX_StsAutoTrace)
+        QXSetStatus(code);
+    return code;
+}
+
+void LibTest::SetUp() {
+    qx::testing::fail_allocation(0);
+    QXRedirectError(capture);
+    QXSetErrMode(QX_ErrorModeParent);
+    clear();
+}
+
+void LibTest::TearDown() {
+    qx::testing::fail_allocation(0);
+    QXSetStdError();
+    QXSetStatus(0);
+}
+
+void LibTest::clear() {
+    reports().clear();
+    QXSetStatus(0);
+}
+
+std::vector<Rep> LibTest::got() {
+    std::vector<Rep> out;
+    for (auto& r : reports())
+        out.emplace_back(r.code, r.function, r.condition);
+    return out;
+}
+
+}  // namespace kvxtest
+
+#include <fstream>
+
+namespace kvxtest {
+
+::testing::AssertionResult names_raising_line(const Reported& r) {
+    const std::string prefix = "..\\LIBSRC\\";
+    if (r.file.rfind(prefix, 0) != 0)
+        return ::testing::AssertionFailure() << "file " << r.file;
+    std::ifstream in(std::string(KVX_SOURCE_DIR) + "/LIBSRC/" + r.file.substr(prefix.size()));
+    if (!in)
+        return ::testing::AssertionFailure() << "no source " << r.file;
+    std::string line;
+    for (int i = 0; i < r.line && std::getline(in, line); ++i) {
+    }
+    if (!in)
+        return ::testing::AssertionFailure() << r.file << " has no line " << r.line;
+    std::string cond = r.condition;
+    // Texts appear in the source with C escapes.
+    std::string escaped;
+    for (char c : cond) {
+        if (c == '\\' || c == '"') escaped += '\\';
+        if (c == '\n') { escaped += "\\n"; continue; }
+        escaped += c;
+    }
+    for (const char* call : {".check(", ".raise(", ".raisef(", ".scaling(", ".range("})
+        if (line.find(call) != std::string::npos)
+            return ::testing::AssertionSuccess();
+    if (!cond.empty() && line.find(escaped) != std::string::npos)
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << r.file << ":" << r.line << " is '" << line << "'";
+}
+
+}  // namespace kvxtest

@@ -1,0 +1,61 @@
+// Test support: a fixture that captures every report the library makes and
+// starts each test with a clean status word, report mode and no injected
+// allocation failures.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "kvxpx.h"
+#include "qx_alloc.h"
+
+namespace kvxtest {
+
+struct Reported {
+    int code;
+    std::string function;
+    std::string condition;   // "<null>" when the library passed NULL
+    std::string file;
+    int line;
+};
+
+// Everything reported since the last clear, in order.
+std::vector<Reported>& reports();
+
+// The capturing handler: records the call, keeps the status word like the
+// console handler in report mode (codes -1 and -8 are not recorded), prints nothing.
+int capture(int code, const char* functionName, const char* conditionText, const char* sourceFile, int line);
+
+// Fixture: capturing handler, status 0, mode 1, no allocation failures.
+class LibTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // (code, function, condition) of every report so far.
+    static std::vector<std::tuple<int, std::string, std::string>> got();
+    // Reset status and captured reports (e.g. between the cases of one test).
+    static void clear();
+};
+
+// Makes the nth allocation from now fail while in scope.
+class FailAllocation {
+public:
+    explicit FailAllocation(long nth, bool sticky = false) { qx::testing::fail_allocation(nth, sticky); }
+    ~FailAllocation() { qx::testing::fail_allocation(0); }
+    FailAllocation(const FailAllocation&) = delete;
+    FailAllocation& operator=(const FailAllocation&) = delete;
+};
+
+using Rep = std::tuple<int, std::string, std::string>;
+
+}  // namespace kvxtest
+
+namespace kvxtest {
+// True when the report's file is "..\LIBSRC\<name>" of a library source and its
+// line holds the raising statement (the condition text, or a call into the
+// reporting helper).
+::testing::AssertionResult names_raising_line(const Reported& r);
+}  // namespace kvxtest

@@ -1,0 +1,168 @@
+// Status word, modes, the two handlers and the reporting helper.
+#include <cstdio>
+#include <string>
+
+#include "kvx_test.h"
+#include "qx_report.h"
+
+using kvxtest::LibTest;
+using testing::internal::CaptureStderr;
+using testing::internal::GetCapturedStderr;
+
+namespace {
+
+class Errors : public LibTest {
+protected:
+    void SetUp() override {
+        LibTest::SetUp();
+        QXSetStdError();
+    }
+};
+
+std::string std_output(int code, const char* fn, const char* cond, const char* file, int line, int* result = nullptr) {
+    CaptureStderr();
+    int r = QXStdError(code, fn, cond, file, line);
+    if (result) *result = r;
+    return GetCapturedStderr();
+}
+
+}  // namespace
+
+TEST_F(Errors, CodeTextsAndTheSharedUnknownBuffer) {
+    EXPECT_STREQ(QXErrorStr(0), "No Error");
+    EXPECT_STREQ(QXErrorStr(-1), "Backtrace");
+    EXPECT_STREQ(QXErrorStr(-2), "Unknown error");
+    EXPECT_STREQ(QXErrorStr(-3), "Internal error (bad state)");
+    EXPECT_STREQ(QXErrorStr(-4), "Out of memory");
+    EXPECT_STREQ(QXErrorStr(-5), "Bad argument");
+    EXPECT_STREQ(QXErrorStr(-6), "Unsupported function");
+    EXPECT_STREQ(QXErrorStr(-7), "Iteration convergence failed");
+    EXPECT_STREQ(QXErrorStr(-8), "Autotrace call");
+    EXPECT_STREQ(QXErrorStr(-20), "Overflow occured");
+    EXPECT_STREQ(QXErrorStr(-21), "Underflow occured");
+    const char* a = QXErrorStr(-9);
+    EXPECT_STREQ(a, "Unknown error code -9");
+    const char* b = QXErrorStr(3);
+    EXPECT_STREQ(b, "Unknown status code 3");
+    EXPECT_EQ(a, b);  // one buffer, overwritten
+    EXPECT_STREQ(QXErrorStr(0x7fffffff), "Unknown status code 2147483647");
+}
+
+TEST_F(Errors, ConsoleOutputIsByteExact) {
+    int result = 0;
+    EXPECT_EQ(std_output(-5, "QXybAdd2", "n<=0", "..\\LIBSRC\\QX_BADD2.cpp", 42, &result),
+              "KVX Error: Bad argument \n\tin function\n\t[..\\LIBSRC\\QX_BADD2.cpp:42]:QXybAdd2():\n\tn<=0\n");
+    EXPECT_EQ(result, -5);
+    EXPECT_EQ(QXGetStatus(), -5);
+
+    // No condition text: the name line ends after the name.
+    EXPECT_EQ(std_output(-4, "f", nullptr, "x.cpp", 7), "KVX Error: Out of memory \n\tin function\n\t[x.cpp:7]:f\n");
+    // No file and no positive line: no bracket; no name: "<unknown>".
+    EXPECT_EQ(std_output(-20, nullptr, "", nullptr, 0), "KVX Error: Overflow occured \n\tin function\n:<unknown>():\n\t\n");
+    EXPECT_EQ(std_output(-5, "f", "c", nullptr, 3), "KVX Error: Bad argument \n\tin function\n\t[(null):3]:f():\n\tc\n");
+
+    // Traces: "called from", status untouched; -8 puts the text in parentheses.
+    QXSetStatus(-5);
+    EXPECT_EQ(std_output(-1, "g", "why", "y.cpp", 9), "\tcalled from\n\t[y.cpp:9]:g():\n\twhy\n");
+    EXPECT_EQ(std_output(-8, "g", "arg", "y.cpp", 9), "\tcalled from\n\t[y.cpp:9]:g(arg)\n");
+    EXPECT_EQ(QXGetStatus(), -5);
+}
+
+TEST_F(Errors, SilentModeAndTheTraceAsymmetryOfTheHandlers) {
+    QXSetErrMode(QX_ErrorModeSilent);
+    EXPECT_EQ(std_output(-5, "f", "c", "x", 1), "");
+    EXPECT_EQ(QXGetStatus(), -5);
+    QXSetStatus(0);
+    EXPECT_EQ(std_output(-1, "f", "c", "x", 1), "");
+    EXPECT_EQ(QXGetStatus(), 0);
+    // The console handler records -8 in silent mode ...
+    EXPECT_EQ(std_output(-8, "f", "c", "x", 1), "");
+    EXPECT_EQ(QXGetStatus(), -8);
+    // ... the message-box handler does not.
+    QXSetStatus(0);
+    EXPECT_EQ(QXWinError(-8, "f", "c", "x", 1), -8);
+    EXPECT_EQ(QXGetStatus(), 0);
+    EXPECT_EQ(QXWinError(-1, "f", "c", "x", 1), -1);
+    EXPECT_EQ(QXGetStatus(), 0);
+    EXPECT_EQ(QXWinError(-4, "f", "c", "x", 1), -4);
+    EXPECT_EQ(QXGetStatus(), -4);
+}
+
+TEST_F(Errors, MessageBoxHandlerWithoutATerminalAnswersOkAndNo) {
+    // stdin of a test is not a terminal: the question is shown, answered OK.
+    CaptureStderr();
+    EXPECT_EQ(QXWinError(-5, "QXfoo", "n<=0", "..\\LIBSRC\\F.cpp", 12), -5);
+    std::string out = GetCapturedStderr();
+    EXPECT_EQ(QXGetStatus(), -5);
+    EXPECT_NE(out.find("KVX Error: Bad argument\nin function\n[..\\LIBSRC\\F.cpp:12]:QXfoo():\nn<=0"), std::string::npos)
+        << out;
+    // A trace names the last recorded error in the caption.
+    CaptureStderr();
+    QXWinError(-1, nullptr, nullptr, nullptr, -3);
+    out = GetCapturedStderr();
+    EXPECT_NE(out.find("KVX Error: Bad argument\ncalled from\n[:0]:<unknown>():\n"), std::string::npos) << out;
+    // Mode 0 asks whether to terminate and, answered No, returns.
+    QXSetErrMode(QX_ErrorModeLeaf);
+    CaptureStderr();
+    EXPECT_EQ(QXWinError(-8, "g", "a", "f", 1), -8);
+    out = GetCapturedStderr();
+    EXPECT_NE(out.find("called from\n[f:1]:g(a)"), std::string::npos) << out;
+    EXPECT_NE(out.find("QXStdErrMode=QX_ErrorModeLeaf\n  Terminate the application?"), std::string::npos) << out;
+}
+
+TEST_F(Errors, LeafModeTerminatesWithExitCodeOne) {
+    EXPECT_EXIT(
+        {
+            QXSetStdError();
+            QXSetErrMode(QX_ErrorModeLeaf);
+            QXError(-5, "f", "c", "x", 1);
+        },
+        testing::ExitedWithCode(1), "KVX Error: Bad argument \n\tin function\n\t\\[x:1\\]:f\\(\\):\n\tc\nKVX: terminating the application\n");
+}
+
+TEST_F(Errors, RedirectReturnsThePreviousHandlerAndNullMeansConsole) {
+    QXErrorCallback prev = QXRedirectError(kvxtest::capture);
+    EXPECT_EQ(prev, &QXStdError);
+    EXPECT_EQ(QXRedirectError(nullptr), &kvxtest::capture);
+    EXPECT_EQ(QXSetWinError(), &QXStdError);
+    EXPECT_EQ(QXSetStdError(), &QXWinError);
+    CaptureStderr();
+    EXPECT_EQ(QXError(-6, "h", "t", "s", 2), -6);
+    EXPECT_EQ(GetCapturedStderr(), "KVX Error: Unsupported function \n\tin function\n\t[s:2]:h():\n\tt\n");
+    QXSetErrMode(77);  // not checked; acts as report mode
+    EXPECT_EQ(QXGetErrMode(), 77);
+    EXPECT_EQ(std_output(-5, "f", "c", "x", 1).substr(0, 10), "KVX Error:");
+}
+
+TEST_F(Errors, ReporterNamesTheRaisingLineAndKeepsChecksGoing) {
+    QXRedirectError(kvxtest::capture);
+    constexpr qx::Report r{"QXnSum "};
+    int sf = 65;
+    r.scaling(-1, nullptr);
+    r.scaling(1, &sf);
+    r.check(true, "n<=0");
+    EXPECT_EQ(got(), (std::vector<kvxtest::Rep>{{-5, "QXnSum ", "doScale<0"},
+                                               {-5, "QXnSum ", "scaleFactor==0"},
+                                               {-5, "QXnSum ", "*scaleFactor>64"},
+                                               {-5, "QXnSum ", "n<=0"}}));
+    for (auto& rep : kvxtest::reports())
+        EXPECT_EQ(rep.file, "..\\LIBSRC\\test_errors.cpp");
+    EXPECT_TRUE(qx::Report::failed());
+    clear();
+    EXPECT_EQ(r.range(true, true, 5), -21);
+    EXPECT_EQ(got(), (std::vector<kvxtest::Rep>{{-20, "QXnSum ", ""}, {-21, "QXnSum ", ""}}));
+    clear();
+    EXPECT_EQ(r.range(false, false, 5), 5);
+    r.raisef(-7, qx::where::current(), "Unscalable value %16.8e, magnitude too large", 1e30);
+    EXPECT_STREQ(qx::current_message(), "Unscalable value   1.00000000e+30, magnitude too large");
+}
+
+TEST_F(Errors, PendingErrorStopsTheNextCall) {
+    QXRedirectError(kvxtest::capture);
+    EXPECT_EQ(QX_Free2(nullptr, 1), -1);  // "ptr==0"
+    unsigned char** a = QXbAlloc2(1, 1);
+    ASSERT_NE(a, nullptr);  // allocation does not test the status
+    EXPECT_EQ(QX_Free2(a, 1), -1);  // but the release does: nothing is released
+    QXSetStatus(0);
+    EXPECT_EQ(QX_Free2(a, 1), 0);
+}
