@@ -18,6 +18,7 @@
 #include "kvxpx.h"
 #include "qx_packed.h"
 #include "qx_report.h"
+#include "qx_scale_x86.h"
 
 namespace {
 
@@ -32,6 +33,12 @@ std::uint32_t sum_bytes(const std::uint8_t* v, long n) noexcept {
 // 2^15 in magnitude), so the inner loop vectorises on 32-bit lanes.
 template <class T>
 std::int64_t sum_signed(const T* v, long n) noexcept {
+#if QX_SCALE_X86
+    if constexpr (sizeof(T) == 2) {
+        if (qx::x86::has_avx2())
+            return qx::x86::sum16(v, n);
+    }
+#endif
     constexpr long block = 1L << 15;
     std::int64_t total = 0;
     for (long b = 0; b < n; b += block) {

@@ -32,8 +32,11 @@
 #include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <limits>
+#include <type_traits>
 
 #include "qx_packed.h"
+#include "qx_scale_x86.h"
 
 namespace qx {
 
@@ -72,10 +75,14 @@ template <class E>
 constexpr typename E::T wrap(std::int32_t v) noexcept {
     return wrap<E>(static_cast<std::uint32_t>(v));
 }
-
 template <class E>
-constexpr typename E::T clamp(std::int32_t v) noexcept {
-    return static_cast<typename E::T>(std::min(std::max(v, E::lo), E::hi));
+constexpr typename E::T wrap(std::int16_t v) noexcept {
+    return wrap<E>(static_cast<std::uint32_t>(static_cast<std::uint16_t>(v)));
+}
+
+template <class E, class W>
+constexpr typename E::T clamp(W v) noexcept {
+    return static_cast<typename E::T>(std::min(std::max(v, static_cast<W>(E::lo)), static_cast<W>(E::hi)));
 }
 
 // ---------------------------------------------------------------------------
@@ -140,10 +147,29 @@ struct ScalarOf {
     std::int32_t operator[](long) const noexcept { return v; }
 };
 
-// Byte and short vectors: dst[k] = reduce(l[k] op r[k]).
+// The narrowest signed type that holds every exact result of Op on two
+// elements of E: fewer lanes to widen to, so the loops vectorise wider.
+template <class E, class Op>
+struct work_type {
+    using type = std::int32_t;
+};
+template <>
+struct work_type<U8, Add> { using type = std::int16_t; };
+template <>
+struct work_type<U8, Sub> { using type = std::int16_t; };
+template <>
+struct work_type<S8, Add> { using type = std::int16_t; };
+template <>
+struct work_type<S8, Sub> { using type = std::int16_t; };
+template <>
+struct work_type<S8, Mul> { using type = std::int16_t; };
+
+// Byte and short vectors: dst[k] = reduce(l[k] op r[k]). The loops copy the
+// operands into locals, so that byte stores cannot be taken to change them.
 template <class E, class Op, class L, class R>
 struct Plain {
     using T = typename E::T;
+    using W = typename work_type<E, Op>::type;
     using op = Op;
     static constexpr long block = 4096;
 
@@ -151,10 +177,14 @@ struct Plain {
     R r;
     T* dst;
 
+    static W apply(std::int32_t a, std::int32_t b) noexcept { return static_cast<W>(Op::apply(a, b)); }
+
     Span scan(long b, long e) const noexcept {
-        std::int32_t mx = INT32_MIN, mn = INT32_MAX;
+        const L lv = l;
+        const R rv = r;
+        W mx = std::numeric_limits<W>::min(), mn = std::numeric_limits<W>::max();
         for (long k = b; k < e; ++k) {
-            std::int32_t x = Op::apply(l[k], r[k]);
+            W x = apply(lv[k], rv[k]);
             mx = std::max(mx, x);
             mn = std::min(mn, x);
         }
@@ -163,32 +193,38 @@ struct Plain {
 
     template <bool Backward, class F>
     void store(long b, long e, F f) const noexcept {
+        const L lv = l;
+        const R rv = r;
+        T* const d = dst;
         if constexpr (Backward) {
             for (long k = e; k-- > b;)
-                dst[k] = f(Op::apply(l[k], r[k]));
+                d[k] = f(apply(lv[k], rv[k]));
         } else {
             for (long k = b; k < e; ++k)
-                dst[k] = f(Op::apply(l[k], r[k]));
+                d[k] = f(apply(lv[k], rv[k]));
         }
     }
 
     // Checked mode: store the low bits and track the extremes in one pass.
     template <bool Backward>
     Span store_checked(long b, long e) const noexcept {
-        std::int32_t mx = INT32_MIN, mn = INT32_MAX;
+        const L lv = l;
+        const R rv = r;
+        T* const d = dst;
+        W mx = std::numeric_limits<W>::min(), mn = std::numeric_limits<W>::max();
         if constexpr (Backward) {
             for (long k = e; k-- > b;) {
-                std::int32_t x = Op::apply(l[k], r[k]);
+                W x = apply(lv[k], rv[k]);
                 mx = std::max(mx, x);
                 mn = std::min(mn, x);
-                dst[k] = wrap<E>(x);
+                d[k] = static_cast<T>(x);
             }
         } else {
             for (long k = b; k < e; ++k) {
-                std::int32_t x = Op::apply(l[k], r[k]);
+                W x = apply(lv[k], rv[k]);
                 mx = std::max(mx, x);
                 mn = std::min(mn, x);
-                dst[k] = wrap<E>(x);
+                d[k] = static_cast<T>(x);
             }
         }
         return {mx, mn};
@@ -196,8 +232,9 @@ struct Plain {
 
     // Shifts results already stored (exact, in range) right by s.
     void reshift(long b, long e, int s) const noexcept {
+        T* const d = dst;
         for (long k = b; k < e; ++k)
-            dst[k] = wrap<E>(static_cast<std::int32_t>(dst[k]) >> s);
+            d[k] = wrap<E>(static_cast<std::int32_t>(d[k]) >> s);
     }
 };
 
@@ -301,18 +338,18 @@ Outcome scaled(const V& v, long n, int doScale, int* scaleFactor) noexcept {
         int factor = *scaleFactor;
         if (factor > 0) {
             int sh = factor & 31;
-            v.template store<(BackModes & 2u) != 0>(0, n, [sh](std::int32_t x) { return wrap<E>(x >> sh); });
+            v.template store<(BackModes & 2u) != 0>(0, n, [sh](auto x) { return wrap<E>(static_cast<decltype(x)>(x >> sh)); });
         } else {
             int sh = (-factor) & 31;
-            v.template store<(BackModes & 2u) != 0>(0, n, [sh](std::int32_t x) {
-                return wrap<E>(static_cast<std::uint32_t>(x) << sh);
+            v.template store<(BackModes & 2u) != 0>(0, n, [sh](auto x) {
+                return wrap<E>(static_cast<std::uint32_t>(static_cast<std::int32_t>(x)) << sh);
             });
         }
         return {};
     }
     case 2:
         if constexpr (!E::is_signed && Op::is_sub) {
-            v.template store<false>(0, n, [](std::int32_t x) { return clamp<E>(x); });
+            v.template store<false>(0, n, [](auto x) { return clamp<E>(x); });
             *scaleFactor = 0;
             return {};
         } else {
@@ -320,7 +357,7 @@ Outcome scaled(const V& v, long n, int doScale, int* scaleFactor) noexcept {
                 long e = n - b > V::block ? b + V::block : n;
                 Span s = v.scan(b, e);
                 if (s.template fits<E>()) {
-                    v.template store<false>(b, e, [](std::int32_t x) { return wrap<E>(x); });
+                    v.template store<false>(b, e, [](auto x) { return wrap<E>(x); });
                     b = e;
                     continue;
                 }
@@ -330,7 +367,7 @@ Outcome scaled(const V& v, long n, int doScale, int* scaleFactor) noexcept {
                 s.merge(v.scan(e, n));
                 int sh = automatic_shift<E>(s);
                 v.reshift(0, b, sh);
-                v.template store<false>(b, n, [sh](std::int32_t x) { return wrap<E>(x >> sh); });
+                v.template store<false>(b, n, [sh](auto x) { return wrap<E>(static_cast<decltype(x)>(x >> sh)); });
                 *scaleFactor = sh;
                 return {};
             }
@@ -338,10 +375,85 @@ Outcome scaled(const V& v, long n, int doScale, int* scaleFactor) noexcept {
             return {};
         }
     default:
-        v.template store<(BackModes & 8u) != 0>(0, n, [](std::int32_t x) { return clamp<E>(x); });
+        v.template store<(BackModes & 8u) != 0>(0, n, [](auto x) { return clamp<E>(x); });
         *scaleFactor = 0;
         return {};
     }
+}
+
+// A source that is the destination itself, or lies wholly apart from it.
+// The vector paths take only these; other overlaps go through the plain
+// loops, which keep their documented element order.
+template <class T>
+bool same_or_apart(const T* p, const T* d, long n) noexcept {
+    std::uintptr_t a = reinterpret_cast<std::uintptr_t>(p), b = reinterpret_cast<std::uintptr_t>(d);
+    std::uintptr_t bytes = static_cast<std::uintptr_t>(n) * sizeof(T);
+    return a == b || a + bytes <= b || b + bytes <= a;
+}
+
+// The AVX2 paths (qx_scale_x86.h) where the processor has them: saturating
+// and checked addition and subtraction of bytes and shorts, and the
+// automatic multiply shift of shorts. The plain loops of `v` finish the
+// elements after the last whole vector. Returns false to leave the call to
+// the plain loops.
+template <class E, class Op, bool ScalarR, class V>
+bool vector_path(const V& v, const typename E::T* l, const typename E::T* r, typename E::T rv, typename E::T* d,
+                 long n, int doScale, int* scaleFactor, Outcome& out) noexcept {
+#if QX_SCALE_X86
+    if (!x86::has_avx2() || !same_or_apart(l, d, n) || (!ScalarR && !same_or_apart(r, d, n)))
+        return false;
+    if constexpr (!std::is_same_v<Op, Mul>) {
+        if (doScale == 3 || (doScale == 2 && !E::is_signed && Op::is_sub)) {
+            long m = x86::saturate<E, Op, ScalarR>(l, r, rv, d, n);
+            v.template store<false>(m, n, [](auto x) { return clamp<E>(x); });
+            *scaleFactor = 0;
+            out = {};
+            return true;
+        }
+        if (doScale == 0) {
+            bool over = false, under = false;
+            long m = x86::checked<E, Op, ScalarR>(l, r, rv, d, n, over, under);
+            Span s = v.template store_checked<false>(m, n);
+            *scaleFactor = 0;
+            out = {over || s.mx > E::hi, under || s.mn < E::lo};
+            return true;
+        }
+    } else if constexpr (std::is_same_v<E, S16>) {
+        if (doScale != 2)
+            return false;
+        // The automatic shift, block by block as in scaled(): a block whose
+        // products all fit is stored as it is; at the first one that does
+        // not, one count is chosen for the rest and the blocks stored before
+        // are shifted by it. Blocks are whole vectors except at the end.
+        auto wrapShift = [](int sh) { return [sh](auto x) { return wrap<E>(static_cast<decltype(x)>(x >> sh)); }; };
+        for (long b = 0; b < n;) {
+            long e = n - b > V::block ? b + V::block : n;
+            long ev = b + (e - b) / 16 * 16;
+            if (x86::products_fit<ScalarR>(l, r, rv, b, ev) && v.scan(ev, e).template fits<E>()) {
+                x86::store_products<ScalarR>(l, r, rv, d, b, ev, 0);
+                v.template store<false>(ev, e, wrapShift(0));
+                b = e;
+                continue;
+            }
+            long nv = b + (n - b) / 16 * 16;
+            Span s = v.scan(nv, n);
+            x86::product_span<ScalarR>(l, r, rv, b, nv, s.mx, s.mn);
+            int sh = automatic_shift<E>(s);
+            x86::shift_stored(d, 0, b, sh);
+            x86::store_products<ScalarR>(l, r, rv, d, b, nv, sh);
+            v.template store<false>(nv, n, wrapShift(sh));
+            *scaleFactor = sh;
+            out = {};
+            return true;
+        }
+        *scaleFactor = 0;
+        out = {};
+        return true;
+    }
+#else
+    (void)v, (void)l, (void)r, (void)rv, (void)d, (void)n, (void)doScale, (void)scaleFactor, (void)out;
+#endif
+    return false;
 }
 
 // Entry points for the exported functions.
@@ -349,6 +461,9 @@ template <class E, class Op, unsigned BackModes = 0>
 Outcome vec2(const typename E::T* right, typename E::T* srcDst, long n, int doScale, int* scaleFactor) noexcept {
     using T = typename E::T;
     Plain<E, Op, VecOf<T>, VecOf<T>> v{{srcDst}, {right}, srcDst};
+    Outcome o;
+    if (vector_path<E, Op, false>(v, srcDst, right, T{}, srcDst, n, doScale, scaleFactor, o))
+        return o;
     return scaled<E, BackModes>(v, n, doScale, scaleFactor);
 }
 template <class E, class Op>
@@ -356,12 +471,18 @@ Outcome vec3(const typename E::T* left, const typename E::T* right, typename E::
              int* scaleFactor) noexcept {
     using T = typename E::T;
     Plain<E, Op, VecOf<T>, VecOf<T>> v{{left}, {right}, dst};
+    Outcome o;
+    if (vector_path<E, Op, false>(v, left, right, T{}, dst, n, doScale, scaleFactor, o))
+        return o;
     return scaled<E>(v, n, doScale, scaleFactor);
 }
 template <class E, class Op>
 Outcome vec2s(typename E::T val, typename E::T* srcDst, long n, int doScale, int* scaleFactor) noexcept {
     using T = typename E::T;
     Plain<E, Op, VecOf<T>, ScalarOf<T>> v{{srcDst}, {val}, srcDst};
+    Outcome o;
+    if (vector_path<E, Op, true>(v, srcDst, static_cast<const T*>(nullptr), val, srcDst, n, doScale, scaleFactor, o))
+        return o;
     return scaled<E>(v, n, doScale, scaleFactor);
 }
 
