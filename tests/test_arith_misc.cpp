@@ -242,11 +242,13 @@ TEST_F(Misc, SumsAndTheirScaling) {
         }
     }
 
-    // Signed sums against a plain loop, across the internal block size.
-    auto w = randomData<short>(g, 70000);
-    int64_t ws = 0;
-    for (auto x : w) ws += x;
-    EXPECT_EQ(QXwSum(w.data(), 70000, 0, &sf), ws);
+    // Signed sums against a plain loop, across the internal block sizes.
+    for (int n : {1, 15, 16, 17, 70000, 300001}) {
+        auto w = randomData<short>(g, n);
+        int64_t ws = 0;
+        for (auto x : w) ws += x;
+        arithref::bothPaths([&] { EXPECT_EQ(QXwSum(w.data(), n, 2, &sf), ws); });
+    }
     auto t = randomData<signed char>(g, 999);
     int64_t ts = 0;
     for (auto x : t) ts += x;

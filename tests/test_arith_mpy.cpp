@@ -69,9 +69,11 @@ TEST_F(Mpy, BytesAndShortsMatchTheReferenceInEveryMode) {
     arithref::checkAgainstReference(Op::mul, arithref::kS8,
                                     arithref::Forms<signed char>{"QXtbMpy2", QXtbMpy2, "QXtbMpy3", QXtbMpy3,
                                                                  "QXtbMpy2s", QXtbMpy2s}, 22);
-    arithref::checkAgainstReference(Op::mul, arithref::kS16,
-                                    arithref::Forms<short>{"QXwbMpy2", QXwbMpy2, "QXwbMpy3", QXwbMpy3, "QXwbMpy2s",
-                                                           QXwbMpy2s}, 23);
+    arithref::bothPaths([] {
+        arithref::checkAgainstReference(Op::mul, arithref::kS16,
+                                        arithref::Forms<short>{"QXwbMpy2", QXwbMpy2, "QXwbMpy3", QXwbMpy3,
+                                                               "QXwbMpy2s", QXwbMpy2s}, 23);
+    });
 }
 
 TEST_F(Mpy, NibblesMatchTheReferenceAndKeepTheirNeighbours) {
@@ -99,6 +101,15 @@ TEST_F(Mpy, AutomaticShiftFollowsTheLargestProduct) {
     EXPECT_EQ(std::vector<int>(t, t + 3), (std::vector<int>{-127, 0, 0}));
 
     // Nothing out of range: the products stay and the factor is 0.
+    // The largest magnitude, -32768 x -32768 = 2^30, needs the largest count.
+    std::vector<short> big(40, 3), bigs(40, 1);
+    big[33] = -32768;
+    bigs[33] = -32768;
+    QXwbMpy2(bigs.data(), big.data(), 40, 2, &sf);
+    EXPECT_EQ(sf, 16);
+    EXPECT_EQ(big[33], 16384);
+    EXPECT_EQ(big[0], 0);
+
     short w[2] = {181, -181}, ws[2] = {181, 181};
     sf = 5;
     QXwbMpy2(ws, w, 2, 2, &sf);
