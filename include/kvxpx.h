@@ -201,6 +201,9 @@ QX_API void QXGetProcessorInfo(QXProcessorInfo* info);
  *                   largest product fit; *scaleFactor receives the shift.
  *   3 saturating:   results clamped to the element range; *scaleFactor = 0.
  * Unsigned subtraction (y, n) saturates at zero in modes 2 and 3.
+ * Nibble forms take srcStartPos/dstStartPos (1: high nibble first, 0: low);
+ * nibbles outside the vector keep their values. A nibble scalar is taken
+ * modulo 16.
  * Float forms compute in floating point and have no scaling arguments.
  * Results: a negative status or error code on failure; otherwise of no meaning. */
 /* Add: srcDst[k] = srcDst[k] + src[k]; Add3: dst[k] = srcA[k] + srcB[k]; Add2s: srcDst[k] = srcDst[k] + val. */
@@ -254,7 +257,8 @@ QX_API int QXsbMpy2(const float* src, float* srcDst, int n);
 QX_API int QXsbMpy3(const float* srcA, const float* srcB, float* dst, int n);
 QX_API int QXsbMpy2s(float val, float* srcDst, int n);
 
-/* Absolute value (t, w, s) in place and into a second vector. */
+/* Absolute value (t, w, s) in place and into a second vector. No saturation:
+ * -128 (t) and -32768 (w) stay as they are; a float negative zero stays. */
 QX_API int QXtbAbs(signed char* srcDst, int n);
 QX_API int QXwbAbs(short* srcDst, int n);
 QX_API int QXsbAbs(float* srcDst, int n);
@@ -289,7 +293,9 @@ QX_API float         QXsMax(const float* src, int n, int* position);
 
 /* Sums in a 32-bit accumulator, then the scaling mode: 0 raises -20 above
  * 2147483647, 1 shifts by *scaleFactor, 2 halves until the sum fits and
- * counts the halvings in *scaleFactor, 3 clamps. QXbSum counts set bits. */
+ * counts the halvings in *scaleFactor, 3 clamps. QXbSum counts set bits.
+ * The signed sums (t, w) are exact; below -2147483648 mode 0 raises -21 and
+ * mode 3 clamps there. Return 0 when a check fails. */
 QX_API int   QXbSum(const unsigned char* src, int startPos, int n, int doScale, int* scaleFactor);
 QX_API int   QXnSum(const unsigned char* src, int startPos, int n, int doScale, int* scaleFactor);
 QX_API int   QXySum(const unsigned char* src, int n, int doScale, int* scaleFactor);
