@@ -31,6 +31,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <type_traits>
@@ -134,17 +135,33 @@ struct Outcome {
 };
 
 // ---------------------------------------------------------------------------
+// A source that is the destination itself, or lies wholly apart from it
+// (`bytes` long each). The vector paths and the block-wise automatic mode
+// take only these; a source that overlaps the destination otherwise goes
+// element by element in the documented order.
+inline bool same_or_apart(const void* p, const void* d, std::size_t bytes) noexcept {
+    std::uintptr_t a = reinterpret_cast<std::uintptr_t>(p), b = reinterpret_cast<std::uintptr_t>(d);
+    return a == b || a + bytes <= b || b + bytes <= a;
+}
+template <class T>
+bool same_or_apart(const T* p, const T* d, long n) noexcept {
+    return same_or_apart(static_cast<const void*>(p), static_cast<const void*>(d), static_cast<std::size_t>(n) * sizeof(T));
+}
+
+// ---------------------------------------------------------------------------
 // Operand access. A vector operand reads element k; a scalar gives its value
 // for every k.
 template <class T>
 struct VecOf {
     const T* p;
     std::int32_t operator[](long k) const noexcept { return p[k]; }
+    bool overlaps(const T* d, long n) const noexcept { return !same_or_apart(p, d, n); }
 };
 template <class T>
 struct ScalarOf {
     std::int32_t v;
     std::int32_t operator[](long) const noexcept { return v; }
+    bool overlaps(const T*, long) const noexcept { return false; }
 };
 
 // The narrowest signed type that holds every exact result of Op on two
@@ -178,6 +195,9 @@ struct Plain {
     T* dst;
 
     static W apply(std::int32_t a, std::int32_t b) noexcept { return static_cast<W>(Op::apply(a, b)); }
+
+    // True when a source overlaps the destination other than exactly.
+    bool overlapping(long n) const noexcept { return l.overlaps(dst, n) || r.overlaps(dst, n); }
 
     Span scan(long b, long e) const noexcept {
         const L lv = l;
@@ -245,12 +265,18 @@ struct NibVec {
     std::int32_t operator[](long k) const noexcept { return static_cast<std::int32_t>(packed::get_nibble(p, pos, k)); }
     std::uint8_t byte(long i) const noexcept { return p[i]; }
     bool aligned_with(int dstPos) const noexcept { return pos == dstPos; }
+    bool overlaps(const std::uint8_t* d, int dstPos, long n) const noexcept {
+        if (p == d && pos == dstPos)
+            return false;
+        return !same_or_apart(p, d, n / 2 + 2) || p == d;
+    }
 };
 struct NibScalar {
     std::int32_t v;   // 0..15
     std::int32_t operator[](long) const noexcept { return v; }
     std::uint8_t byte(long) const noexcept { return static_cast<std::uint8_t>(v << 4 | v); }
     bool aligned_with(int) const noexcept { return true; }
+    bool overlaps(const std::uint8_t*, int, long) const noexcept { return false; }
 };
 
 // Nibble vectors. When the operands start where the destination starts, the
@@ -267,6 +293,8 @@ struct Nibbles {
     R r;
     std::uint8_t* dst;
     int dstPos;
+
+    bool overlapping(long n) const noexcept { return l.overlaps(dst, dstPos, n) || r.overlaps(dst, dstPos, n); }
 
     Span scan(long b, long e) const noexcept {
         Span s;
@@ -353,8 +381,11 @@ Outcome scaled(const V& v, long n, int doScale, int* scaleFactor) noexcept {
             *scaleFactor = 0;
             return {};
         } else {
+            // Overlapping operands go one element at a time, so that every
+            // result is formed from memory as the element order leaves it.
+            const long block = v.overlapping(n) ? 1 : V::block;
             for (long b = 0; b < n;) {
-                long e = n - b > V::block ? b + V::block : n;
+                long e = n - b > block ? b + block : n;
                 Span s = v.scan(b, e);
                 if (s.template fits<E>()) {
                     v.template store<false>(b, e, [](auto x) { return wrap<E>(x); });
@@ -363,7 +394,8 @@ Outcome scaled(const V& v, long n, int doScale, int* scaleFactor) noexcept {
                 }
                 // The first block with a result out of range: one count for
                 // the whole vector, from the results of this block onwards
-                // (the results before it all fit and cannot decide it).
+                // (the results before it all fit and cannot decide it). The
+                // results stored before are shifted first, then the rest.
                 s.merge(v.scan(e, n));
                 int sh = automatic_shift<E>(s);
                 v.reshift(0, b, sh);
@@ -379,16 +411,6 @@ Outcome scaled(const V& v, long n, int doScale, int* scaleFactor) noexcept {
         *scaleFactor = 0;
         return {};
     }
-}
-
-// A source that is the destination itself, or lies wholly apart from it.
-// The vector paths take only these; other overlaps go through the plain
-// loops, which keep their documented element order.
-template <class T>
-bool same_or_apart(const T* p, const T* d, long n) noexcept {
-    std::uintptr_t a = reinterpret_cast<std::uintptr_t>(p), b = reinterpret_cast<std::uintptr_t>(d);
-    std::uintptr_t bytes = static_cast<std::uintptr_t>(n) * sizeof(T);
-    return a == b || a + bytes <= b || b + bytes <= a;
 }
 
 // The AVX2 paths (qx_scale_x86.h) where the processor has them: saturating

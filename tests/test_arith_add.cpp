@@ -204,3 +204,25 @@ TEST_F(AddSub, ChecksRunInOrderAndStopTheWork) {
     EXPECT_EQ(v[0], 1);
     EXPECT_EQ(v[1], 2);
 }
+
+TEST_F(AddSub, AutomaticModeOverOverlappingVectorsFollowsTheElementOrder) {
+    // srcDst one element after src: each sum reads the one stored before it.
+    // k = 0: 20 + 10 = 30; k = 1: 30 + 30 = 60; k = 2: 200 + 60 = 260 leaves
+    // the range: 200 stays, the two stored sums are halved (15, 30), then
+    // (30 + 200) / 2 = 115, (115 + 40) / 2 = 77, (77 + 50) / 2 = 63.
+    unsigned char v[6] = {10, 20, 30, 200, 40, 50};
+    int sf = 0;
+    QXybAdd2(v, v + 1, 5, 2, &sf);
+    EXPECT_EQ(std::vector<int>(v, v + 6), (std::vector<int>{10, 15, 30, 115, 77, 63}));
+    EXPECT_EQ(sf, 1);
+
+    // Nibbles of one byte string, the source one nibble behind the destination:
+    // nibbles 1 2 3 F, src from the first, srcDst from the second. k = 0: 2 + 1 = 3;
+    // k = 1: 3 + 3 = 6; k = 2: F + 6 = 21 leaves the range: F stays, the stored
+    // 3 and 6 become 1 and 3, then (3 + F) / 2 = 9.
+    unsigned char nb[2] = {0x12, 0x3F};
+    QXnbAdd2(nb, nb, 1, 0, 3, 2, &sf);
+    EXPECT_EQ(nb[0], 0x11);
+    EXPECT_EQ(nb[1], 0x39);
+    EXPECT_EQ(sf, 1);
+}

@@ -181,3 +181,15 @@ TEST_F(Mpy, TheByteFormReportsItsScalingChecksUnderTheSignedName) {
     clear();
     EXPECT_EQ(v[0], 3);
 }
+
+TEST_F(Mpy, AutomaticShiftOverOverlappingVectorsFollowsTheElementOrder) {
+    // srcDst one element after src. k = 0: 3 x 2 = 6; k = 1: 50 x 6 = 300
+    // leaves the range. The products from k = 1 on, from memory as it is,
+    // are 6 x 50 and 50 x 7 = 350, so the count is 1; the stored 6 becomes 3,
+    // then 3 x 50 / 2 = 75 and 75 x 7 / 2 = 262, which wraps to 6.
+    unsigned char v[4] = {2, 3, 50, 7};
+    int sf = 0;
+    QXybMpy2(v, v + 1, 3, 2, &sf);
+    EXPECT_EQ(std::vector<int>(v, v + 4), (std::vector<int>{2, 3, 75, 6}));
+    EXPECT_EQ(sf, 1);
+}
