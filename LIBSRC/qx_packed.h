@@ -182,29 +182,29 @@ inline void store_be64(std::uint8_t* p, std::uint64_t w) noexcept {
 
 // ------------------------------------------------------- block routines
 
-// dst[i] = Op(dst[i], a[i], b[i]) for nBytes whole bytes: single bytes until
-// dst is 4-byte aligned, then 32-bit words, then the remaining bytes. A copy
-// moves the bytes with memmove, which stores the same bytes.
+// dst[i] = Op(dst[i], a[i], b[i]) for nBytes whole bytes (b is read only by
+// two-source operations): single bytes until dst is 4-byte aligned, then
+// 32-bit words, then the remaining bytes. A copy moves the bytes with memmove,
+// which stores the same bytes.
 template <class Op>
 inline void block(std::uint8_t* dst, const std::uint8_t* a, const std::uint8_t* b, std::size_t nBytes) noexcept {
     if constexpr (std::is_same_v<Op, OpCopy>) {
         if (nBytes)
             std::memmove(dst, a, nBytes);
-        return;
     } else {
+        auto one = [&](std::size_t i) {
+            dst[i] = Op::byte(dst[i], a[i], two_sources<Op> ? b[i] : std::uint8_t{0});
+        };
         std::size_t i = 0;
-        while (i < nBytes && (reinterpret_cast<std::uintptr_t>(dst + i) & 3u) != 0) {
-            dst[i] = Op::byte(dst[i], a ? a[i] : 0, b ? b[i] : 0);
-            ++i;
-        }
+        while (i < nBytes && (reinterpret_cast<std::uintptr_t>(dst + i) & 3u) != 0)
+            one(i++);
         for (; i + sizeof(Word) <= nBytes; i += sizeof(Word)) {
-            const Word wa = a ? load_word(a + i) : 0;
-            const Word wb = b ? load_word(b + i) : 0;
+            const Word wb = two_sources<Op> ? load_word(b + i) : 0;
             const Word wd = reads_dst<Op> ? load_word(dst + i) : 0;
-            store_word(dst + i, Op::template word<Word>(wd, wa, wb));
+            store_word(dst + i, Op::template word<Word>(wd, load_word(a + i), wb));
         }
         for (; i < nBytes; ++i)
-            dst[i] = Op::byte(dst[i], a ? a[i] : 0, b ? b[i] : 0);
+            one(i);
     }
 }
 
@@ -229,12 +229,12 @@ inline void block_fill(std::uint8_t* dst, std::uint8_t pattern, std::size_t nByt
     }
 }
 
-// Elements of a wider type replicated into bytes: fills count elements of T
-// with val (Zero and Set of bytes, shorts and floats).
-template <class T>
-inline void fill_elements(T* dst, T val, std::size_t count) noexcept {
+// dst[i] = Op(dst[i], val) over count elements of an unsigned type T (the
+// scalar forms of shorts, and Set of shorts and floats through OpCopy).
+template <class Op, class T>
+inline void elements_fill(T* dst, T val, std::size_t count) noexcept {
     for (std::size_t i = 0; i < count; ++i)
-        dst[i] = val;
+        dst[i] = Op::template word<T>(dst[i], val, val);
 }
 
 // ----------------------------------------------------- packed operations
@@ -278,14 +278,14 @@ inline void realigned_middle(std::uint8_t* dst, const std::uint8_t* a, const std
     const unsigned back = 8 - sh;
     std::size_t i = 0;
     for (; i + 8 <= count; i += 8) {
-        const std::uint64_t wa = a ? (load_be64(a + i) << sh) | (a[i + 8] >> back) : 0;
-        const std::uint64_t wb = b ? (load_be64(b + i) << sh) | (b[i + 8] >> back) : 0;
+        const std::uint64_t wa = (load_be64(a + i) << sh) | (a[i + 8] >> back);
+        const std::uint64_t wb = two_sources<Op> ? (load_be64(b + i) << sh) | (b[i + 8] >> back) : 0;
         const std::uint64_t wd = reads_dst<Op> ? load_be64(dst + i) : 0;
         store_be64(dst + i, Op::template word<std::uint64_t>(wd, wa, wb));
     }
     for (; i < count; ++i) {
-        const std::uint8_t ba = a ? static_cast<std::uint8_t>((a[i] << sh) | (a[i + 1] >> back)) : 0;
-        const std::uint8_t bb = b ? static_cast<std::uint8_t>((b[i] << sh) | (b[i + 1] >> back)) : 0;
+        const auto ba = static_cast<std::uint8_t>((a[i] << sh) | (a[i + 1] >> back));
+        const auto bb = two_sources<Op> ? static_cast<std::uint8_t>((b[i] << sh) | (b[i + 1] >> back)) : 0;
         dst[i] = Op::byte(dst[i], ba, bb);
     }
 }
@@ -294,7 +294,7 @@ inline void realigned_middle(std::uint8_t* dst, const std::uint8_t* a, const std
 
 // dst[k] = Op(dst[k], a[k], b[k]) for nBits bits: the destination starts at
 // dstStartPos, both sources at srcStartPos (b may be null for one-source
-// operations). The first and last destination bytes are merged under their
+// operations, never read by the others). The first and last destination bytes are merged under their
 // masks; only bytes of the vectors are read or written.
 template <class Op>
 inline void bits_apply(std::uint8_t* dst, int dstStartPos, const std::uint8_t* a, const std::uint8_t* b,
@@ -304,8 +304,8 @@ inline void bits_apply(std::uint8_t* dst, int dstStartPos, const std::uint8_t* a
     const std::int64_t srcLast = span(srcStartPos, nBits).last;
 
     auto edge = [&](std::int64_t j, std::uint8_t mask) {
-        const std::uint8_t ba = a ? detail::fetch_edge(a, srcLast, j, delta) : 0;
-        const std::uint8_t bb = b ? detail::fetch_edge(b, srcLast, j, delta) : 0;
+        const std::uint8_t ba = detail::fetch_edge(a, srcLast, j, delta);
+        const std::uint8_t bb = two_sources<Op> ? detail::fetch_edge(b, srcLast, j, delta) : 0;
         dst[j] = merge(dst[j], Op::byte(dst[j], ba, bb), mask);
     };
 
@@ -315,13 +315,13 @@ inline void bits_apply(std::uint8_t* dst, int dstStartPos, const std::uint8_t* a
     const auto count = static_cast<std::size_t>(s.last - 1);
     if (count) {
         if (delta == 0) {
-            block<Op>(dst + 1, a ? a + 1 : nullptr, b ? b + 1 : nullptr, count);
+            block<Op>(dst + 1, a + 1, two_sources<Op> ? b + 1 : nullptr, count);
         } else {
             // Destination byte 1 starts at source bit 8 + delta.
             const std::int64_t q = 8 + delta;
             const std::int64_t qb = q >> 3;
             const unsigned sh = static_cast<unsigned>(q & 7);
-            detail::realigned_middle<Op>(dst + 1, a ? a + qb : nullptr, b ? b + qb : nullptr, count, sh);
+            detail::realigned_middle<Op>(dst + 1, a + qb, two_sources<Op> ? b + qb : nullptr, count, sh);
         }
     }
     edge(s.last, s.tail);
