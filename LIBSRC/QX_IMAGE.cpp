@@ -5,7 +5,8 @@
 // Whole rows and row pieces move with the block copy of the type (the exported
 // QXbbCopy, QXnbCopy, QXybCopy and QXtbCopy, so a missing row is reported by
 // the copy itself). A left-to-right flip writes every pixel of the output row
-// and no other bit of it.
+// and no other bit of it: whole output bytes are built from a byte-wide window
+// of the input with its pixels reversed, and the last byte is merged.
 #include <cstdint>
 
 #include "kvxpx.h"
@@ -53,8 +54,7 @@ struct BitPixels {
                  pk::bit_start(dstCol), n);
     }
     static void flip(const T* in, T* out, int nCols) {
-        for (long c = 0; c < nCols; ++c)
-            pk::set_bit(out, 7, nCols - 1 - c, pk::get_bit(in, 7, c));
+        pk::mirror_bits(in, out, nCols);
     }
 };
 
@@ -65,8 +65,7 @@ struct NibblePixels {
                  pk::nibble_start(dstCol), n);
     }
     static void flip(const T* in, T* out, int nCols) {
-        for (long c = 0; c < nCols; ++c)
-            pk::set_nibble(out, 1, nCols - 1 - c, pk::get_nibble(in, 1, c));
+        pk::mirror_nibbles(in, out, nCols);
     }
 };
 
@@ -77,9 +76,7 @@ struct BytePixels {
         Copy(srcRow + srcCol, dstRow + dstCol, n);
     }
     static void flip(const T* in, T* out, int nCols) {
-        const long last = nCols - 1L;
-        for (long c = 0; c <= last; ++c)
-            out[last - c] = in[c];
+        pk::reverse_bytes(reinterpret_cast<u8*>(out), reinterpret_cast<const u8*>(in), static_cast<std::size_t>(nCols));
     }
 };
 using UBytePixels = BytePixels<unsigned char, QXybCopy>;

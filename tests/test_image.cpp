@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "kvx_test.h"
+#include "qx_packed.h"
 
 using kvxtest::LibTest;
 using kvxtest::Rep;
@@ -92,23 +93,29 @@ constexpr Pix kAll[] = {Pix::Bit, Pix::Nibble, Pix::UByte, Pix::SByte};
 
 TEST_F(Images, MirrorMatchesThePerPixelReferenceAndKeepsOtherBits) {
     std::mt19937 rng(4242);
-    for (Pix p : kAll)
-        for (int nRows : {1, 2, 5})
-            for (int nCols : {1, 2, 3, 7, 8, 9, 10, 15, 16, 17, 31, 33, 64, 67, 100})
-                for (int orient : {0, 1}) {
-                    Image in(rng, nRows, row_bytes(p, nCols)), out(rng, nRows, row_bytes(p, nCols));
-                    auto inBefore = in.snapshot();
-                    auto want = out.snapshot();
-                    for (int r = 0; r < nRows; ++r)
-                        for (int c = 0; c < nCols; ++c) {
-                            int outRow = orient == 1 ? nRows - 1 - r : r;
-                            int outCol = orient == 1 ? c : nCols - 1 - c;
-                            set_pixel(p, out.in(want, outRow), outCol, pixel(p, in.ptrs[r], c));
-                        }
-                    call_mirror(p, in, out, nRows, nCols, orient);
-                    ASSERT_EQ(out.rows, want) << "type " << int(p) << " " << nRows << "x" << nCols << " orient " << orient;
-                    ASSERT_EQ(in.rows, inBefore);
-                }
+    auto run = [&](Pix p, int nRows, int nCols, int orient) {
+        Image in(rng, nRows, row_bytes(p, nCols)), out(rng, nRows, row_bytes(p, nCols));
+        auto inBefore = in.snapshot();
+        auto want = out.snapshot();
+        for (int r = 0; r < nRows; ++r)
+            for (int c = 0; c < nCols; ++c) {
+                int outRow = orient == 1 ? nRows - 1 - r : r;
+                int outCol = orient == 1 ? c : nCols - 1 - c;
+                set_pixel(p, out.in(want, outRow), outCol, pixel(p, in.ptrs[r], c));
+            }
+        call_mirror(p, in, out, nRows, nCols, orient);
+        EXPECT_EQ(out.rows, want) << "type " << int(p) << " " << nRows << "x" << nCols << " orient " << orient;
+        EXPECT_EQ(in.rows, inBefore);
+    };
+    for (bool baseline : {false, true}) {
+        qx::packed::baseline_only() = baseline;  // the wide and the baseline kernels
+        for (Pix p : kAll)
+            for (int nRows : {1, 2, 5})
+                for (int nCols : {1, 2, 3, 7, 8, 9, 10, 15, 16, 17, 31, 33, 64, 67, 100})
+                    for (int orient : {0, 1})
+                        run(p, nRows, nCols, orient);
+    }
+    qx::packed::baseline_only() = false;
     EXPECT_TRUE(got().empty());
 }
 

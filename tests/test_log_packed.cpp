@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "kvx_test.h"
+#include "qx_packed.h"
 
 using kvxtest::LibTest;
 using kvxtest::Rep;
@@ -60,33 +61,44 @@ struct Dest {
 constexpr int kLengths[] = {1, 2, 3, 5, 7, 8, 9, 12, 15, 16, 17, 23, 24, 25, 31, 32, 33, 40, 47, 63, 64, 65,
                             71, 72, 80, 95, 127, 128, 129, 130, 200, 257, 515, 1029};
 
+// Runs the wide and the baseline forms of the kernels in turn.
+struct BothPaths {
+    ~BothPaths() { qx::packed::baseline_only() = false; }
+};
+
 using BitOp = std::function<unsigned(unsigned d, unsigned a, unsigned b)>;
 
 // Runs `call` on a destination and compares it with the element-by-element
 // reference `op` over the whole buffer, guards included. Sources are sized
-// exactly to their vectors (the sanitizer watches reads beyond them).
+// exactly to their vectors (the sanitizer watches reads beyond them). Both the
+// wide and the baseline forms of the kernels run.
 void check_binary(bool nibbles, const char* what, const BitOp& op, bool twoSources,
                   const std::function<void(const unsigned char*, const unsigned char*, unsigned char*, int, int, int)>& call) {
     std::mt19937 rng(12345);
     const int maxPos = nibbles ? 1 : 7;
-    for (int sp = 0; sp <= maxPos; ++sp)
-        for (int dp = 0; dp <= maxPos; ++dp)
-            for (int n : kLengths) {
-                const int sBytes = nibbles ? bytes_of_nibbles(sp, n) : bytes_of_bits(sp, n);
-                const int dBytes = nibbles ? bytes_of_nibbles(dp, n) : bytes_of_bits(dp, n);
-                Bytes a = random_bytes(rng, sBytes), b = random_bytes(rng, sBytes);
-                Dest dst(rng, dBytes);
-                Bytes want = dst.all;
-                unsigned char* w = want.data() + Dest::kGuard;
-                for (int k = 0; k < n; ++k) {
-                    if (nibbles)
-                        ref_set_nib(w, dp, k, op(ref_nib(w, dp, k), ref_nib(a.data(), sp, k), ref_nib(b.data(), sp, k)));
-                    else
-                        ref_set_bit(w, dp, k, op(ref_bit(w, dp, k), ref_bit(a.data(), sp, k), ref_bit(b.data(), sp, k)));
+    BothPaths paths;
+    for (bool baseline : {false, true}) {
+        qx::packed::baseline_only() = baseline;
+        for (int sp = 0; sp <= maxPos; ++sp)
+            for (int dp = 0; dp <= maxPos; ++dp)
+                for (int n : kLengths) {
+                    const int sBytes = nibbles ? bytes_of_nibbles(sp, n) : bytes_of_bits(sp, n);
+                    const int dBytes = nibbles ? bytes_of_nibbles(dp, n) : bytes_of_bits(dp, n);
+                    Bytes a = random_bytes(rng, sBytes), b = random_bytes(rng, sBytes);
+                    Dest dst(rng, dBytes);
+                    Bytes want = dst.all;
+                    unsigned char* w = want.data() + Dest::kGuard;
+                    for (int k = 0; k < n; ++k) {
+                        if (nibbles)
+                            ref_set_nib(w, dp, k, op(ref_nib(w, dp, k), ref_nib(a.data(), sp, k), ref_nib(b.data(), sp, k)));
+                        else
+                            ref_set_bit(w, dp, k, op(ref_bit(w, dp, k), ref_bit(a.data(), sp, k), ref_bit(b.data(), sp, k)));
+                    }
+                    call(a.data(), twoSources ? b.data() : nullptr, dst.data(), sp, dp, n);
+                    ASSERT_EQ(dst.all, want) << what << (baseline ? " (baseline)" : "") << " srcStartPos " << sp
+                                             << " dstStartPos " << dp << " n " << n;
                 }
-                call(a.data(), twoSources ? b.data() : nullptr, dst.data(), sp, dp, n);
-                ASSERT_EQ(dst.all, want) << what << " srcStartPos " << sp << " dstStartPos " << dp << " n " << n;
-            }
+    }
 }
 
 // The same for operations on one vector (Zero, Set, Not, scalar forms).
@@ -94,20 +106,24 @@ void check_unary(bool nibbles, const char* what, const std::function<unsigned(un
                  const std::function<void(unsigned char*, int, int)>& call) {
     std::mt19937 rng(777);
     const int maxPos = nibbles ? 1 : 7;
-    for (int p = 0; p <= maxPos; ++p)
-        for (int n : kLengths) {
-            Dest dst(rng, nibbles ? bytes_of_nibbles(p, n) : bytes_of_bits(p, n));
-            Bytes want = dst.all;
-            unsigned char* w = want.data() + Dest::kGuard;
-            for (int k = 0; k < n; ++k) {
-                if (nibbles)
-                    ref_set_nib(w, p, k, op(ref_nib(w, p, k)) & 0xFu);
-                else
-                    ref_set_bit(w, p, k, op(ref_bit(w, p, k)) & 1u);
+    BothPaths paths;
+    for (bool baseline : {false, true}) {
+        qx::packed::baseline_only() = baseline;
+        for (int p = 0; p <= maxPos; ++p)
+            for (int n : kLengths) {
+                Dest dst(rng, nibbles ? bytes_of_nibbles(p, n) : bytes_of_bits(p, n));
+                Bytes want = dst.all;
+                unsigned char* w = want.data() + Dest::kGuard;
+                for (int k = 0; k < n; ++k) {
+                    if (nibbles)
+                        ref_set_nib(w, p, k, op(ref_nib(w, p, k)) & 0xFu);
+                    else
+                        ref_set_bit(w, p, k, op(ref_bit(w, p, k)) & 1u);
+                }
+                call(dst.data(), p, n);
+                ASSERT_EQ(dst.all, want) << what << (baseline ? " (baseline)" : "") << " startPos " << p << " n " << n;
             }
-            call(dst.data(), p, n);
-            ASSERT_EQ(dst.all, want) << what << " startPos " << p << " n " << n;
-        }
+    }
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "kvx_test.h"
+#include "qx_packed.h"
 
 using kvxtest::LibTest;
 using kvxtest::Rep;
@@ -167,29 +168,33 @@ void check_logic(const LogicCase<T>& c, T guard) {
 }  // namespace
 
 TEST_F(PlainVectors, ByteAndShortLogicMatchTheElementwiseReference) {
-    check_logic<unsigned char>({"and", QXybAnd2, QXybAnd3, QXybAnd2s, [](int x, int y) { return x & y; }}, 0x66);
-    check_logic<unsigned char>({"or", QXybOr2, QXybOr3, QXybOr2s, [](int x, int y) { return x | y; }}, 0x66);
-    check_logic<unsigned char>({"xor", QXybXor2, QXybXor3, QXybXor2s, [](int x, int y) { return x ^ y; }}, 0x66);
-    check_logic<short>({"and", QXwbAnd2, QXwbAnd3, QXwbAnd2s, [](int x, int y) { return x & y; }}, 0x6666);
-    check_logic<short>({"or", QXwbOr2, QXwbOr3, QXwbOr2s, [](int x, int y) { return x | y; }}, 0x6666);
-    check_logic<short>({"xor", QXwbXor2, QXwbXor3, QXwbXor2s, [](int x, int y) { return x ^ y; }}, 0x6666);
+    for (bool baseline : {false, true}) {
+        qx::packed::baseline_only() = baseline;  // the wide and the baseline kernels
+        check_logic<unsigned char>({"and", QXybAnd2, QXybAnd3, QXybAnd2s, [](int x, int y) { return x & y; }}, 0x66);
+        check_logic<unsigned char>({"or", QXybOr2, QXybOr3, QXybOr2s, [](int x, int y) { return x | y; }}, 0x66);
+        check_logic<unsigned char>({"xor", QXybXor2, QXybXor3, QXybXor2s, [](int x, int y) { return x ^ y; }}, 0x66);
+        check_logic<short>({"and", QXwbAnd2, QXwbAnd3, QXwbAnd2s, [](int x, int y) { return x & y; }}, 0x6666);
+        check_logic<short>({"or", QXwbOr2, QXwbOr3, QXwbOr2s, [](int x, int y) { return x | y; }}, 0x6666);
+        check_logic<short>({"xor", QXwbXor2, QXwbXor3, QXwbXor2s, [](int x, int y) { return x ^ y; }}, 0x6666);
 
-    for (int n : {1, 6, 37}) {
-        Guarded<unsigned char> y(n, 0x11);
-        Guarded<short> w(n, 0x2222);
-        for (int i = 0; i < n; ++i) {
-            y.data()[i] = static_cast<unsigned char>(i * 29);
-            w.data()[i] = static_cast<short>(i * 2999 - 7000);
+        for (int n : {1, 6, 37}) {
+            Guarded<unsigned char> y(n, 0x11);
+            Guarded<short> w(n, 0x2222);
+            for (int i = 0; i < n; ++i) {
+                y.data()[i] = static_cast<unsigned char>(i * 29);
+                w.data()[i] = static_cast<short>(i * 2999 - 7000);
+            }
+            QXybNot(y.data(), n);
+            QXwbNot(w.data(), n);
+            for (int i = 0; i < n; ++i) {
+                EXPECT_EQ(y.data()[i], static_cast<unsigned char>(~(i * 29)));
+                EXPECT_EQ(w.data()[i], static_cast<short>(~(i * 2999 - 7000)));
+            }
+            EXPECT_TRUE(y.guards_are(0x11));
+            EXPECT_TRUE(w.guards_are(0x2222));
         }
-        QXybNot(y.data(), n);
-        QXwbNot(w.data(), n);
-        for (int i = 0; i < n; ++i) {
-            EXPECT_EQ(y.data()[i], static_cast<unsigned char>(~(i * 29)));
-            EXPECT_EQ(w.data()[i], static_cast<short>(~(i * 2999 - 7000)));
-        }
-        EXPECT_TRUE(y.guards_are(0x11));
-        EXPECT_TRUE(w.guards_are(0x2222));
     }
+    qx::packed::baseline_only() = false;
     EXPECT_TRUE(got().empty());
 }
 
