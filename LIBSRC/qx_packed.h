@@ -216,10 +216,11 @@ template <class V>
     return v;
 }
 
-// Set by tests to run the baseline forms on a processor that has AVX2.
-inline bool& baseline_only() noexcept {
-    static bool only = false;
-    return only;
+// The widest lanes the routines may use: 0 whatever the processor has, 1 at
+// most AVX2, 2 the baseline. Tests lower it to run every form.
+inline int& lane_limit() noexcept {
+    static int limit = 0;
+    return limit;
 }
 
 #if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
@@ -228,11 +229,11 @@ inline bool& baseline_only() noexcept {
 #define QX_PACKED_AVX512 __attribute__((target("avx512f,avx512bw")))
 inline bool use_avx2() noexcept {
     static const bool yes = __builtin_cpu_supports("avx2");
-    return yes && !baseline_only();
+    return yes && lane_limit() < 2;
 }
 inline bool use_avx512() noexcept {
     static const bool yes = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw");
-    return yes && !baseline_only();
+    return yes && lane_limit() < 1;
 }
 #else
 #define QX_PACKED_DISPATCH 0

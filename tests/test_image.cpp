@@ -107,15 +107,15 @@ TEST_F(Images, MirrorMatchesThePerPixelReferenceAndKeepsOtherBits) {
         EXPECT_EQ(out.rows, want) << "type " << int(p) << " " << nRows << "x" << nCols << " orient " << orient;
         EXPECT_EQ(in.rows, inBefore);
     };
-    for (bool baseline : {false, true}) {
-        qx::packed::baseline_only() = baseline;  // the wide and the baseline kernels
+    for (int limit : {0, 1, 2}) {
+        qx::packed::lane_limit() = limit;  // every width of the kernels
         for (Pix p : kAll)
             for (int nRows : {1, 2, 5})
                 for (int nCols : {1, 2, 3, 7, 8, 9, 10, 15, 16, 17, 31, 33, 64, 67, 100})
                     for (int orient : {0, 1})
                         run(p, nRows, nCols, orient);
     }
-    qx::packed::baseline_only() = false;
+    qx::packed::lane_limit() = 0;
     EXPECT_TRUE(got().empty());
 }
 

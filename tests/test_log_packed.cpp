@@ -59,26 +59,27 @@ struct Dest {
 };
 
 constexpr int kLengths[] = {1, 2, 3, 5, 7, 8, 9, 12, 15, 16, 17, 23, 24, 25, 31, 32, 33, 40, 47, 63, 64, 65,
-                            71, 72, 80, 95, 127, 128, 129, 130, 200, 257, 515, 1029};
+                            71, 72, 80, 95, 127, 128, 129, 130, 200, 257, 515, 1029, 2100, 4133};
 
-// Runs the wide and the baseline forms of the kernels in turn.
+// Runs the AVX-512, AVX2 and baseline forms of the kernels in turn (those the
+// processor has); puts the choice back afterwards.
 struct BothPaths {
-    ~BothPaths() { qx::packed::baseline_only() = false; }
+    ~BothPaths() { qx::packed::lane_limit() = 0; }
 };
 
 using BitOp = std::function<unsigned(unsigned d, unsigned a, unsigned b)>;
 
 // Runs `call` on a destination and compares it with the element-by-element
 // reference `op` over the whole buffer, guards included. Sources are sized
-// exactly to their vectors (the sanitizer watches reads beyond them). Both the
-// wide and the baseline forms of the kernels run.
+// exactly to their vectors (the sanitizer watches reads beyond them). Every
+// width of the kernels runs.
 void check_binary(bool nibbles, const char* what, const BitOp& op, bool twoSources,
                   const std::function<void(const unsigned char*, const unsigned char*, unsigned char*, int, int, int)>& call) {
     std::mt19937 rng(12345);
     const int maxPos = nibbles ? 1 : 7;
     BothPaths paths;
-    for (bool baseline : {false, true}) {
-        qx::packed::baseline_only() = baseline;
+    for (int limit : {0, 1, 2}) {
+        qx::packed::lane_limit() = limit;
         for (int sp = 0; sp <= maxPos; ++sp)
             for (int dp = 0; dp <= maxPos; ++dp)
                 for (int n : kLengths) {
@@ -95,7 +96,7 @@ void check_binary(bool nibbles, const char* what, const BitOp& op, bool twoSourc
                             ref_set_bit(w, dp, k, op(ref_bit(w, dp, k), ref_bit(a.data(), sp, k), ref_bit(b.data(), sp, k)));
                     }
                     call(a.data(), twoSources ? b.data() : nullptr, dst.data(), sp, dp, n);
-                    ASSERT_EQ(dst.all, want) << what << (baseline ? " (baseline)" : "") << " srcStartPos " << sp
+                    ASSERT_EQ(dst.all, want) << what << " lanes " << limit << " srcStartPos " << sp
                                              << " dstStartPos " << dp << " n " << n;
                 }
     }
@@ -107,8 +108,8 @@ void check_unary(bool nibbles, const char* what, const std::function<unsigned(un
     std::mt19937 rng(777);
     const int maxPos = nibbles ? 1 : 7;
     BothPaths paths;
-    for (bool baseline : {false, true}) {
-        qx::packed::baseline_only() = baseline;
+    for (int limit : {0, 1, 2}) {
+        qx::packed::lane_limit() = limit;
         for (int p = 0; p <= maxPos; ++p)
             for (int n : kLengths) {
                 Dest dst(rng, nibbles ? bytes_of_nibbles(p, n) : bytes_of_bits(p, n));
@@ -121,7 +122,7 @@ void check_unary(bool nibbles, const char* what, const std::function<unsigned(un
                         ref_set_bit(w, p, k, op(ref_bit(w, p, k)) & 1u);
                 }
                 call(dst.data(), p, n);
-                ASSERT_EQ(dst.all, want) << what << (baseline ? " (baseline)" : "") << " startPos " << p << " n " << n;
+                ASSERT_EQ(dst.all, want) << what << " lanes " << limit << " startPos " << p << " n " << n;
             }
     }
 }

@@ -140,7 +140,7 @@ struct LogicCase {
 template <class T>
 void check_logic(const LogicCase<T>& c, T guard) {
     for (int off = 0; off < 4; ++off)
-        for (int n : {1, 2, 3, 5, 8, 13, 33, 70}) {
+        for (int n : {1, 2, 3, 5, 8, 13, 33, 70, 300, 517}) {
             std::vector<T> a(static_cast<std::size_t>(n) + off), b(a.size());
             for (std::size_t i = 0; i < a.size(); ++i) {
                 a[i] = static_cast<T>(i * 0x9E37u + 0x1234u);
@@ -168,8 +168,8 @@ void check_logic(const LogicCase<T>& c, T guard) {
 }  // namespace
 
 TEST_F(PlainVectors, ByteAndShortLogicMatchTheElementwiseReference) {
-    for (bool baseline : {false, true}) {
-        qx::packed::baseline_only() = baseline;  // the wide and the baseline kernels
+    for (int limit : {0, 1, 2}) {
+        qx::packed::lane_limit() = limit;  // every width of the kernels
         check_logic<unsigned char>({"and", QXybAnd2, QXybAnd3, QXybAnd2s, [](int x, int y) { return x & y; }}, 0x66);
         check_logic<unsigned char>({"or", QXybOr2, QXybOr3, QXybOr2s, [](int x, int y) { return x | y; }}, 0x66);
         check_logic<unsigned char>({"xor", QXybXor2, QXybXor3, QXybXor2s, [](int x, int y) { return x ^ y; }}, 0x66);
@@ -194,7 +194,7 @@ TEST_F(PlainVectors, ByteAndShortLogicMatchTheElementwiseReference) {
             EXPECT_TRUE(w.guards_are(0x2222));
         }
     }
-    qx::packed::baseline_only() = false;
+    qx::packed::lane_limit() = 0;
     EXPECT_TRUE(got().empty());
 }
 
