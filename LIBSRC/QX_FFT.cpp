@@ -3,6 +3,7 @@
 // packed spectrum, packed spectrum to real signal.
 #include <cmath>
 #include <cstring>
+#include <immintrin.h>
 #include <initializer_list>
 #include <numbers>
 
@@ -84,6 +85,146 @@ void decimate(T* tbl1, const T* tbl2, int order) noexcept {
     }
 }
 
+// ---------------------------------------------------------------------------
+// The float core with AVX2, two butterflies at a time, chosen at run time.
+// Every lane performs the double operations of the scalar Radix4<FloatOps> in
+// the same order (sign changes by toggling sign bits, a - b as a + (-b), no
+// fused multiply-add), so both paths give the same bits.
+
+#define QX_AVX2 __attribute__((target("avx2")))
+
+QX_AVX2 inline __m256d load2(const float* p) noexcept { return _mm256_cvtps_pd(_mm_loadu_ps(p)); }
+QX_AVX2 inline void store2(float* p, __m256d v) noexcept { _mm_storeu_ps(p, _mm256_cvtpd_ps(v)); }
+
+// Twiddles W(j0 * s) and W((j0 + 1) * s).
+QX_AVX2 inline __m256d twiddles2(const float* w, std::size_t j0, std::size_t s) noexcept {
+    const float* p = w + 2 * j0 * s;
+    if (s == 1)
+        return load2(p);
+    __m128d lo = _mm_load_sd(reinterpret_cast<const double*>(p));
+    __m128d both = _mm_loadh_pd(lo, reinterpret_cast<const double*>(p + 2 * s));
+    return _mm256_cvtps_pd(_mm_castpd_ps(both));
+}
+
+QX_AVX2 inline __m256d swap_pairs(__m256d x) noexcept { return _mm256_permute_pd(x, 0b0101); }
+QX_AVX2 inline __m256d flip_im(__m256d x) noexcept { return _mm256_xor_pd(x, _mm256_set_pd(-0.0, 0.0, -0.0, 0.0)); }
+
+// x * w per complex lane: (xr wr - xi wi, xi wr + xr wi).
+QX_AVX2 inline __m256d cmul(__m256d x, __m256d w) noexcept {
+    __m256d t1 = _mm256_mul_pd(x, _mm256_movedup_pd(w));
+    __m256d t2 = _mm256_mul_pd(swap_pairs(x), _mm256_permute_pd(w, 0b1111));
+    return _mm256_addsub_pd(t1, t2);
+}
+
+// Butterflies j0 and j0 + 1 of one group. kind 0: both general; 1: lane 0
+// is j = 0; 2: lane 0 is j = q/2; 3: lane 0 is j = 0 and lane 1 is j = q/2.
+template <int kind>
+QX_AVX2 inline void block2(float* p, std::size_t q, const float* w, std::size_t j0, std::size_t t) noexcept {
+    __m256d a = load2(p), b = load2(p + 2 * q), c = load2(p + 4 * q), d = load2(p + 6 * q);
+    __m256d s1 = _mm256_add_pd(a, c), s2 = _mm256_add_pd(b, d);
+    __m256d d1 = _mm256_sub_pd(a, c), d2 = _mm256_sub_pd(b, d);
+    __m256d x0 = _mm256_add_pd(s1, s2), x2 = _mm256_sub_pd(s1, s2);
+    __m256d x1 = _mm256_add_pd(d1, flip_im(swap_pairs(d2)));  // (a - c) - i(b - d)
+    __m256d x3 = _mm256_addsub_pd(d1, swap_pairs(d2));        // (a - c) + i(b - d)
+    __m256d y1 = x1, y2 = x2, y3 = x3;
+    if constexpr (kind != 3) {
+        y2 = cmul(x2, twiddles2(w, j0, 2 * t));
+        y1 = cmul(x1, twiddles2(w, j0, t));
+        y3 = cmul(x3, twiddles2(w, j0, 3 * t));
+    }
+    if constexpr (kind == 1 || kind == 3) {
+        y1 = _mm256_blend_pd(y1, x1, 0b0011);
+        y2 = _mm256_blend_pd(y2, x2, 0b0011);
+        y3 = _mm256_blend_pd(y3, x3, 0b0011);
+    }
+    if constexpr (kind == 2 || kind == 3) {
+        // W(2j) = -i, W(j) = c(1 - i), W(3j) = -c(1 + i) with the constant c
+        constexpr int lane = kind == 2 ? 0b0011 : 0b1100;
+        const __m256d k = _mm256_set1_pd(FloatOps::kC);
+        __m256d e2 = flip_im(swap_pairs(x2));
+        __m256d e1 = _mm256_mul_pd(k, _mm256_add_pd(x1, flip_im(swap_pairs(x1))));
+        __m256d e3 = flip_im(_mm256_mul_pd(k, _mm256_addsub_pd(swap_pairs(x3), x3)));
+        y1 = _mm256_blend_pd(y1, e1, lane);
+        y2 = _mm256_blend_pd(y2, e2, lane);
+        y3 = _mm256_blend_pd(y3, e3, lane);
+    }
+    store2(p, x0);
+    store2(p + 2 * q, y2);
+    store2(p + 4 * q, y1);
+    store2(p + 6 * q, y3);
+}
+
+// One radix-4 stage with q >= 2.
+QX_AVX2 void stage_avx2(float* x, std::size_t n, std::size_t q, std::size_t t, const float* w) noexcept {
+    const std::size_t L = 4 * q, mid = q / 2;
+    for (std::size_t g = 0; g < n; g += L) {
+        float* p = x + 2 * g;
+        if (q == 2) {
+            block2<3>(p, q, w, 0, t);
+            continue;
+        }
+        block2<1>(p, q, w, 0, t);
+        for (std::size_t j0 = 2; j0 < mid; j0 += 2)
+            block2<0>(p + 2 * j0, q, w, j0, t);
+        block2<2>(p + 2 * mid, q, w, mid, t);
+        for (std::size_t j0 = mid + 2; j0 < q; j0 += 2)
+            block2<0>(p + 2 * j0, q, w, j0, t);
+    }
+}
+
+// (u, v) -> (u + v, u - v) for the two complex halves of a vector.
+QX_AVX2 inline __m256d sum_dif(__m256d uv) noexcept {
+    __m256d u = _mm256_permute2f128_pd(uv, uv, 0x00), v = _mm256_permute2f128_pd(uv, uv, 0x11);
+    return _mm256_add_pd(u, _mm256_xor_pd(v, _mm256_set_pd(-0.0, -0.0, 0.0, 0.0)));
+}
+
+// The q = 1 stage: groups of four, no twiddles.
+QX_AVX2 void stage_q1_avx2(float* x, std::size_t n) noexcept {
+    for (std::size_t g = 0; g < n; g += 4) {
+        float* p = x + 2 * g;
+        __m256d ab = load2(p), cd = load2(p + 4);
+        __m256d s = _mm256_add_pd(ab, cd), d = _mm256_sub_pd(ab, cd);  // (a + c, b + d), (a - c, b - d)
+        __m256d dm = _mm256_xor_pd(_mm256_permute_pd(d, 0b0110), _mm256_set_pd(-0.0, 0.0, 0.0, 0.0));
+        store2(p, sum_dif(s));       // a + b + c + d, (a + c) - (b + d)
+        store2(p + 4, sum_dif(dm));  // (a - c) - i(b - d), (a - c) + i(b - d)
+    }
+}
+
+// The closing radix-2 pass of odd orders.
+QX_AVX2 void pairs_avx2(float* x, std::size_t n) noexcept {
+    for (std::size_t k = 0; k < n; k += 2)
+        store2(x + 2 * k, sum_dif(load2(x + 2 * k)));
+}
+
+const bool kHaveAvx2 = __builtin_cpu_supports("avx2");
+
+// Radix4<FloatOps>::run, with the AVX2 stages where the processor has them.
+void float_core(float* x, int order, const float* w, bool inverse) noexcept {
+    using Core = qx::fft::Radix4<FloatOps>;
+    if (!kHaveAvx2) {
+        Core::run(x, order, w, inverse);
+        return;
+    }
+    const std::size_t n = points(order);
+    if (n == 2) {
+        Core::pair(x);
+        return;
+    }
+    if (inverse)
+        FloatOps::conj(x, n);
+    std::size_t t = 1;
+    for (std::size_t q = n / 4; q >= 1; q /= 4, t *= 4) {
+        if (q >= 2)
+            stage_avx2(x, n, q, t, w);
+        else
+            stage_q1_avx2(x, n);
+    }
+    if (order & 1)
+        pairs_avx2(x, n);
+    if (inverse)
+        FloatOps::conj(x, n);
+}
+
 void scale_all(float* x, std::size_t count, float f) noexcept {
     for (std::size_t i = 0; i < count; ++i)
         x[i] *= f;
@@ -91,7 +232,7 @@ void scale_all(float* x, std::size_t count, float f) noexcept {
 
 // The three float transforms on validated arguments and fetched tables.
 void complex_float(float* x, int order, const float* w, const int* rev, bool inverse, bool scale) noexcept {
-    qx::fft::Radix4<FloatOps>::run(x, order, w, inverse);
+    float_core(x, order, w, inverse);
     qx::fft::bit_reverse(x, order, rev);
     if (scale)
         scale_all(x, 2 * points(order), 1.0f / static_cast<float>(points(order)));
@@ -101,7 +242,7 @@ void real_float(float* x, int order, const float* T, const float* wHalf, const i
                 bool scale) noexcept {
     const std::size_t m = points(order - 1);
     if (order - 1 > 0) {
-        qx::fft::Radix4<FloatOps>::run(x, order - 1, wHalf, inverse);
+        float_core(x, order - 1, wHalf, inverse);
         qx::fft::bit_reverse(x, order - 1, revHalf);
     }
     qx::fft::real_split<FloatOps>(x, m, T, !inverse);
@@ -114,7 +255,7 @@ void packed_float(float* x, int order, const float* w, const float* wHalf, const
     const std::size_t m = points(order - 1);
     qx::fft::packed_unsplit<FloatOps>(x, m, w, !inverse);
     if (order - 1 > 0) {
-        qx::fft::Radix4<FloatOps>::run(x, order - 1, wHalf, inverse);
+        float_core(x, order - 1, wHalf, inverse);
         qx::fft::bit_reverse(x, order - 1, revHalf);
     }
     if (scale)

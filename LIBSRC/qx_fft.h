@@ -37,12 +37,13 @@ float* real_twiddles(int order);
 // the closed forms for orders 0..2 (rev may then be null).
 template <class T>
 void bit_reverse(T* x, int order, const int* rev) noexcept {
-    auto swap = [x](std::size_t a, std::size_t b) {
-        T r = x[2 * a], i = x[2 * a + 1];
-        x[2 * a] = x[2 * b];
-        x[2 * a + 1] = x[2 * b + 1];
-        x[2 * b] = r;
-        x[2 * b + 1] = i;
+    static_assert(sizeof(T) == 4, "complex elements of 8 bytes");
+    auto swap = [x](std::size_t a, std::size_t b) {  // one 8-byte move each way
+        std::uint64_t u, v;
+        std::memcpy(&u, x + 2 * a, 8);
+        std::memcpy(&v, x + 2 * b, 8);
+        std::memcpy(x + 2 * a, &v, 8);
+        std::memcpy(x + 2 * b, &u, 8);
     };
     if (order < 2)
         return;

@@ -2,11 +2,13 @@
 #include <cmath>
 #include <complex>
 #include <cstdint>
+#include <cstring>
 #include <numbers>
 #include <random>
 #include <vector>
 
 #include "kvx_test.h"
+#include "qx_fft.h"
 
 using kvxtest::FailAllocation;
 using kvxtest::LibTest;
@@ -530,4 +532,22 @@ TEST_F(Fft, TableAllocationFailuresReportAndLeaveNothingBehind) {
     }
     QXFreeFftTbls();
     EXPECT_EQ(qx::testing::live_blocks(), live);
+}
+
+// The vectorised core performs the scalar operations in the same order, so
+// both give the same bits (signed zeros included).
+TEST_F(Fft, TransformsEqualThePlainScalarCoreBitForBit) {
+    for (int order = 1; order <= 13; ++order) {
+        const std::size_t n = std::size_t{1} << order;
+        auto in = random_floats(2 * n, 500 + order);
+        in[3] = -0.0f;
+        in[6] = 0.0f;
+        for (bool inverse : {false, true}) {
+            std::vector<float> want = in, got = in;
+            qx::fft::Radix4<qx::fft::FloatOps>::run(want.data(), order, QXcGetFftTwdTbl(order), inverse);
+            qx::fft::bit_reverse(want.data(), order, order >= 3 ? QXGetBitRevTbl(order) : nullptr);
+            QXcFft(got.data(), order, inverse ? QX_INVERSE | QX_NO_INVERSE_SCALING : QX_FORWARD);
+            ASSERT_EQ(std::memcmp(want.data(), got.data(), want.size() * sizeof(float)), 0) << order << inverse;
+        }
+    }
 }
