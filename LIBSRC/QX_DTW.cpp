@@ -205,6 +205,11 @@ int negate(int v) noexcept { return static_cast<int>(0u - static_cast<unsigned>(
 constexpr double kMark = 3.4e38;       // an unreachable cell
 constexpr double kOneThird = 1.0 / 3.0;  // the double nearest 1/3
 
+// Two doubles side by side (and their comparison masks): the native width of
+// every x86-64 processor.
+typedef double V2 __attribute__((vector_size(16)));
+typedef long long V2i __attribute__((vector_size(16)));
+
 // Local distances between test vector i and pattern vectors j.
 //
 // The plain form calls the exported measure for every cell, so that it raises
@@ -268,32 +273,40 @@ public:
     }
 
 private:
-    typedef double V4 __attribute__((vector_size(32)));
-    typedef long long V4i __attribute__((vector_size(32)));
-
+    // Two 2-lane halves: native width without AVX, so the sums stay in registers.
     static void block_l1(const double* t, const double* p, std::size_t stride, int n, double* out) noexcept {
-        const V4i noSign = {0x7fffffffffffffffLL, 0x7fffffffffffffffLL, 0x7fffffffffffffffLL, 0x7fffffffffffffffLL};
-        V4 acc = {0.0, 0.0, 0.0, 0.0};
+        const V2i noSign = {0x7fffffffffffffffLL, 0x7fffffffffffffffLL};
+        V2 lo = {0.0, 0.0}, hi = {0.0, 0.0};
         for (int k = 0; k < n; ++k) {
-            V4 v;
-            std::memcpy(&v, p + k * stride, sizeof v);
-            const V4 d = t[k] - v;
-            acc += reinterpret_cast<V4>(reinterpret_cast<V4i>(d) & noSign);
+            V2 p0, p1;
+            std::memcpy(&p0, p + k * stride, sizeof p0);
+            std::memcpy(&p1, p + k * stride + 2, sizeof p1);
+            const V2 d0 = t[k] - p0;
+            const V2 d1 = t[k] - p1;
+            lo += reinterpret_cast<V2>(reinterpret_cast<V2i>(d0) & noSign);
+            hi += reinterpret_cast<V2>(reinterpret_cast<V2i>(d1) & noSign);
         }
-        std::memcpy(out, &acc, sizeof acc);
+        out[0] = lo[0];
+        out[1] = lo[1];
+        out[2] = hi[0];
+        out[3] = hi[1];
     }
 
     static void block_l2(const double* t, const double* p, std::size_t stride, int n, double* out) noexcept {
-        V4 acc = {0.0, 0.0, 0.0, 0.0};
+        V2 lo = {0.0, 0.0}, hi = {0.0, 0.0};
         for (int k = 0; k < n; ++k) {
-            V4 v;
-            std::memcpy(&v, p + k * stride, sizeof v);
-            const V4 d = t[k] - v;
-            acc += d * d;
+            V2 p0, p1;
+            std::memcpy(&p0, p + k * stride, sizeof p0);
+            std::memcpy(&p1, p + k * stride + 2, sizeof p1);
+            const V2 d0 = t[k] - p0;
+            const V2 d1 = t[k] - p1;
+            lo += d0 * d0;
+            hi += d1 * d1;
         }
-        std::memcpy(out, &acc, sizeof acc);
-        for (int q = 0; q < 4; ++q)
-            out[q] = std::sqrt(out[q]);
+        out[0] = std::sqrt(lo[0]);
+        out[1] = std::sqrt(lo[1]);
+        out[2] = std::sqrt(hi[0]);
+        out[3] = std::sqrt(hi[1]);
     }
 
     float* const* test_;
@@ -333,6 +346,68 @@ void* alloc_count(std::int64_t count, std::size_t size, bool zero = false) noexc
     return zero ? qx::calloc(n, size) : qx::alloc(n * size);
 }
 
+// m ? x : y per lane, without a branch (m is all ones or all zeros).
+inline V2 select(V2i m, V2 x, V2 y) noexcept {
+    return reinterpret_cast<V2>((m & reinterpret_cast<V2i>(x)) | (~m & reinterpret_cast<V2i>(y)));
+}
+
+// One middle frame's step for j = hi down to lo, then its pruning. Cell j
+// takes the best of its predecessors in the previous frame: j itself (not
+// after a horizontal step, flag 1), j-1 (preferred on ties, note <=) and j-2
+// (taken only when strictly better). Every cell reads only cells j, j-1 and
+// j-2 of the previous frame, none of which the downward pass has written yet,
+// so two cells are done at once; the outcomes are data dependent, hence
+// selections instead of branches. A cell whose score so far is at or above
+// the threshold is set to the mark. Returns the number of cells so set.
+int step_and_prune(double* A, int* F, int lo, int hi, double t) noexcept {
+    const V2 mark = {kMark, kMark};
+    const V2 thr = {t, t};
+    int marked = 0;
+    int j = hi;
+    for (; j - 1 >= lo; j -= 2) {
+        V2 a0, a1, a2;
+        std::memcpy(&a0, A + j - 1, sizeof a0);
+        std::memcpy(&a1, A + j - 2, sizeof a1);
+        std::memcpy(&a2, A + j - 3, sizeof a2);
+        const V2i flat = {F[j - 1] != 1 ? -1LL : 0LL, F[j] != 1 ? -1LL : 0LL};
+        V2 c = select(flat, a0, mark);
+        const V2i one = a1 <= c;
+        c = select(one, a1, c);
+        const V2i two = a2 < c;
+        c = select(two, a2, c);
+        const V2i f = flat & ~one & ~two;
+        F[j - 1] = static_cast<int>(f[0] & 1);
+        F[j] = static_cast<int>(f[1] & 1);
+        const V2i cut = c >= thr;
+        c = select(cut, mark, c);
+        marked += static_cast<int>((cut[0] & 1) + (cut[1] & 1));
+        std::memcpy(A + j - 1, &c, sizeof c);
+    }
+    if (j >= lo) {
+        double c = kMark;
+        int flag = 0;
+        if (F[j] != 1) {
+            c = A[j];
+            flag = 1;
+        }
+        if (A[j - 1] <= c) {
+            c = A[j - 1];
+            flag = 0;
+        }
+        if (A[j - 2] < c) {
+            c = A[j - 2];
+            flag = 0;
+        }
+        F[j] = flag;
+        if (c >= t) {
+            c = kMark;
+            ++marked;
+        }
+        A[j] = c;
+    }
+    return marked;
+}
+
 // The warping of one pattern of m vectors against the test of n vectors with
 // threshold t and slack delta. Returns the best total, or t.
 double dtw_core(const LocalDistance& dist, int n, int m, double t, int delta, const Work& w) noexcept {
@@ -365,37 +440,12 @@ double dtw_core(const LocalDistance& dist, int n, int m, double t, int delta, co
     for (int i = 1; i <= n - 2; ++i) {
         const int lo = band[i].lo;
         const int hi = band[i].hi;
-        for (int j = hi; j >= lo; --j) {
-            double c = kMark;
-            int flag = 0;
-            if (F[j] != 1) {
-                c = A[j];
-                flag = 1;
-            }
-            if (A[j - 1] <= c) {
-                c = A[j - 1];
-                flag = 0;
-            }
-            if (A[j - 2] < c) {
-                c = A[j - 2];
-                flag = 0;
-            }
-            A[j] = c;
-            F[j] = flag;
-        }
+        marked = step_and_prune(A, F, lo, hi, t);
         const int below = hi < lo ? hi : lo - 1;
         if (below >= -2)
             A[below] = kMark;
         if (below - 1 >= -2)
             A[below - 1] = kMark;
-
-        // Prune on the score accumulated up to the previous frame.
-        marked = 0;
-        for (int j = hi; j >= lo; --j)
-            if (A[j] >= t) {
-                A[j] = kMark;
-                ++marked;
-            }
         if (hi < lo || marked == hi - lo + 1)
             return t;
 
