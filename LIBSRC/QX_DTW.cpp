@@ -778,6 +778,8 @@ QX_API int QXwEvalDTW(const int* idList, int nPatterns, short** testSeq, int tes
     }
     for (int k = 0; k < nPatterns; ++k)
         w.recs[k] = QXwPatternPtrGet(idList[k]);
+    for (int i = 0; i < testLen; ++i)  // rows a failing conversion leaves unwritten read as zeros
+        std::memset(test[i], 0, static_cast<std::size_t>(vecLen) * sizeof(float));
     for (int i = 0; i < testLen; ++i)
         QXwsbConvertUp(testSeq == nullptr ? nullptr : testSeq[i], test[i], vecLen, negate(testScaleFactor));
     const int position = score_all<WRecord>(w, nPatterns, test, testLen, vecLen, l1, t, delta, best, dscores);
