@@ -504,6 +504,14 @@ QX_API void QXwFreeMFCCFilters(QXMFCCFilters* filters);
 
 /* ======================================================================
  * Vector distances
+ *
+ * One double accumulator from 0.0, elements in order 0..n-1; d[i] =
+ * vect1[i] - vect2[i] formed in double (float forms) or in 32-bit integers
+ * (16-bit forms). MahalanobisD weighs d[i]^2 by reciprocalVariance[i];
+ * Mahalanobis reads only the lower triangle of the n x n matrix (row i needs
+ * i+1 elements) and returns 2*off-diagonal + diagonal. doSqrt takes the root.
+ * The 16-bit forms take the root on the double and then convert it with
+ * QXdiConvertDown(value, doScale, scaleFactor). A pending error returns 0.
  * ====================================================================== */
 QX_API double QXsDotP(const float* vect1, const float* vect2, int n);
 QX_API double QXsL1Norm(const float* vect1, const float* vect2, int n);
@@ -520,6 +528,23 @@ QX_API int QXwMahalanobis(const short* vect1, const short* vect2, short** invers
 
 /* ======================================================================
  * Pattern stores and dynamic time warping
+ *
+ * Two separate stores (16-bit QXw..., float QXs...) copy patterns of nSeq
+ * vectors of len elements and hand out ids, the smallest free one from 1.
+ * Get returns the store's own rows (valid until the pattern is freed) and
+ * the id, or 0 when absent. A 16-bit pattern's real values are
+ * short x 2^scaleFactor.
+ *
+ * QX?EvalDTW matches testSeq (testLen row pointers of vecLen elements)
+ * against the patterns idList[0..nPatterns-1], writes scores[k] (the summed
+ * local distances along the warping path, 3.4e38 for an ineligible pattern
+ * or an id naming no pattern) and returns the position of the lowest score
+ * (the first on ties, 0 if none is lower than 3.4e38), or -1 on an error.
+ * options: QX_DTW_L1 or QX_DTW_L2 (L1 wins), QX_DTW_FIXED_END or
+ * QX_DTW_RELAXED_END (fixed wins; relaxed allows |endPointRange| of slack at
+ * both ends), optionally QX_DTW_THRESHOLD to prune at `threshold`. The 16-bit
+ * form scales the test by 2^testScaleFactor and the threshold by
+ * 2^thresholdScaleFactor and converts the scores with QXdibConvertDown.
  * ====================================================================== */
 QX_API int QXwPatternIni(short** pSeq, int nSeq, int len, int scaleFactor);
 QX_API int QXsPatternIni(float** pSeq, int nSeq, int len);
