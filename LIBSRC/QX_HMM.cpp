@@ -451,12 +451,10 @@ int QXSetHMMServerParm(int HMMId, int word, void* tprob, void* outTable, void* i
         return -1;
     const int n = nStates < 0 ? s->nStates : nStates;
     const int m = nSymbols < 0 ? s->nSymbols : nSymbols;
-    if (nStates < 0) {   // the stored matrix keeps its shape
+    if (tprob == nullptr || iprob == nullptr) {   // transitions and initial costs change together
         tprob = nullptr;
         iprob = nullptr;
     }
-    if (nSymbols < 0)
-        outTable = nullptr;
     int res;
     if (st & QX_HMM_FLOAT)
         res = qx::set_parameters<float, float>(r, s, static_cast<float**>(tprob), static_cast<float**>(outTable),
