@@ -18,6 +18,7 @@
 #include <type_traits>
 
 #include "kvxpx.h"
+#include "qx_convert.h"
 #include "qx_packed.h"
 #include "qx_report.h"
 
@@ -78,16 +79,6 @@ struct OutMode {
 constexpr int kLo[4] = {-128, 0, 0, 0};
 constexpr int kHi[4] = {127, 15, 255, 1};
 
-// Truncation toward zero to a 64-bit integer whose low 32 bits are kept. A
-// sum beyond the 64-bit range gives the integer-indefinite value, whose low
-// bits are 0.
-inline std::int32_t truncate32(double sum) {
-    std::int64_t t = INT64_MIN;
-    if (sum >= -9223372036854775808.0 && sum < 9223372036854775808.0)
-        t = static_cast<std::int64_t>(sum);
-    return static_cast<std::int32_t>(static_cast<std::uint32_t>(static_cast<std::uint64_t>(t)));
-}
-
 inline std::int32_t convert_out(std::int32_t v, const OutMode& m) {
     if (m.doScale == 1) {
         if (m.shift >= 0)
@@ -123,7 +114,7 @@ void write_run(void* row, i64 c0, i64 n, const Acc* sums, const OutMode& m) {
         if constexpr (sizeof(Acc) == sizeof(float))
             v = static_cast<std::int32_t>(sums[x]);
         else
-            v = truncate32(sums[x]);
+            v = qx::trunc_to<std::int32_t>(sums[x]);
         write_pixel<T>(row, c0 + x, convert_out(v, m));
     }
 }
@@ -163,7 +154,7 @@ void border_run(const Job& j, i64 r, i64 c0, i64 c1) {
                 sum += static_cast<double>(j.mask[i][k]) * static_cast<double>(j.read(row, cc));
             }
         }
-        j.write(j.out[r], c, convert_out(truncate32(sum), j.mode));
+        j.write(j.out[r], c, convert_out(qx::trunc_to<std::int32_t>(sum), j.mode));
     }
 }
 
