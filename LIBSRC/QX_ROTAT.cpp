@@ -131,31 +131,94 @@ inline void transpose16(__m128i x[16]) {
 }
 #endif
 
-void transpose_bytes(const Sides& s, i64 ic, i64 oc, i64 H, i64 W) {
-    constexpr i64 kTile = 64;  // a 64x64 tile of both images stays in the first-level cache
-    i64 Hs = 0, Ws = 0;
 #if defined(__SSE2__)
-    Hs = H & ~i64{15};
-    Ws = W & ~i64{15};
-    for (i64 mt = 0; mt < Hs; mt += kTile) {
-        const i64 mEnd = mt + kTile < Hs ? mt + kTile : Hs;
-        for (i64 kt = 0; kt < Ws; kt += kTile) {
-            const i64 kEnd = kt + kTile < Ws ? kt + kTile : Ws;
-            for (i64 m = mt; m < mEnd; m += 16) {
-                const std::uint8_t* src[16];
+// Columns [0, Ws) of input rows [0, Hs), both multiples of 16, through 16x16
+// register transposes, a tile of output rows at a time.
+constexpr i64 kTile = 128;  // output rows of a tile stay in the second-level cache
+
+void transpose_bytes_sse2(const Sides& s, i64 ic, i64 oc, i64 Hs, i64 Ws) {
+    std::uint8_t* dst[kTile];
+    for (i64 kt = 0; kt < Ws; kt += kTile) {
+        const i64 kEnd = kt + kTile < Ws ? kt + kTile : Ws;
+        for (i64 k = kt; k < kEnd; ++k)
+            dst[k - kt] = s.out(k) + oc;
+        for (i64 m = 0; m < Hs; m += 16) {
+            const std::uint8_t* src[16];
+            for (int i = 0; i < 16; ++i)
+                src[i] = s.in(m + i) + ic;
+            for (i64 k = kt; k < kEnd; k += 16) {
+                __m128i x[16];
                 for (int i = 0; i < 16; ++i)
-                    src[i] = s.in(m + i) + ic;
-                for (i64 k = kt; k < kEnd; k += 16) {
-                    __m128i x[16];
+                    x[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src[i] + k));
+                transpose16(x);
+                std::uint8_t* const* d = dst + (k - kt);
+                for (int i = 0; i < 16; ++i)
+                    _mm_storeu_si128(reinterpret_cast<__m128i*>(d[i] + m), x[i]);
+            }
+        }
+    }
+}
+
+#if defined(__x86_64__) && defined(__GNUC__)
+#define QX_ROTATE_AVX2 1
+#include <immintrin.h>
+
+// The same with 32 columns per step: the two 128-bit halves of each register
+// transpose two 16x16 blocks side by side (unpacking never crosses halves).
+__attribute__((target("avx2"))) void transpose_bytes_avx2(const Sides& s, i64 ic, i64 oc, i64 Hs, i64 Ws) {
+    const i64 W32 = Ws & ~i64{31};
+    std::uint8_t* dst[kTile];
+    for (i64 kt = 0; kt < W32; kt += kTile) {
+        const i64 kEnd = kt + kTile < W32 ? kt + kTile : W32;
+        for (i64 k = kt; k < kEnd; ++k)
+            dst[k - kt] = s.out(k) + oc;
+        for (i64 m = 0; m < Hs; m += 16) {
+            const std::uint8_t* src[16];
+            for (int i = 0; i < 16; ++i)
+                src[i] = s.in(m + i) + ic;
+            for (i64 k = kt; k < kEnd; k += 32) {
+                __m256i x[16];
+                for (int i = 0; i < 16; ++i)
+                    x[i] = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src[i] + k));
+                for (int round = 0; round < 4; ++round) {
+                    __m256i y[16];
+                    for (int i = 0; i < 8; ++i) {
+                        y[2 * i] = _mm256_unpacklo_epi8(x[i], x[i + 8]);
+                        y[2 * i + 1] = _mm256_unpackhi_epi8(x[i], x[i + 8]);
+                    }
                     for (int i = 0; i < 16; ++i)
-                        x[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src[i] + k));
-                    transpose16(x);
-                    for (int i = 0; i < 16; ++i)
-                        _mm_storeu_si128(reinterpret_cast<__m128i*>(s.out(k + i) + oc + m), x[i]);
+                        x[i] = y[i];
+                }
+                std::uint8_t* const* d = dst + (k - kt);
+                for (int i = 0; i < 16; ++i) {
+                    _mm_storeu_si128(reinterpret_cast<__m128i*>(d[i] + m), _mm256_castsi256_si128(x[i]));
+                    _mm_storeu_si128(reinterpret_cast<__m128i*>(d[16 + i] + m), _mm256_extracti128_si256(x[i], 1));
                 }
             }
         }
     }
+    // A last block of 16 columns.
+    if (W32 < Ws) {
+        Sides rest = s;
+        rest.outFirst += rest.outStep * W32;
+        transpose_bytes_sse2(rest, ic + W32, oc, Hs, Ws - W32);
+    }
+}
+#endif
+#endif
+
+void transpose_bytes(const Sides& s, i64 ic, i64 oc, i64 H, i64 W) {
+    i64 Hs = 0, Ws = 0;
+#if defined(__SSE2__)
+    Hs = H & ~i64{15};
+    Ws = W & ~i64{15};
+#if defined(QX_ROTATE_AVX2)
+    static const bool avx2 = __builtin_cpu_supports("avx2");
+    if (avx2)
+        transpose_bytes_avx2(s, ic, oc, Hs, Ws);
+    else
+#endif
+        transpose_bytes_sse2(s, ic, oc, Hs, Ws);
 #endif
     // The ragged right and bottom strips.
     transpose_pixels<Pix::Byte>(s, ic, oc, 0, Hs, Ws, W);
@@ -198,14 +261,16 @@ inline std::uint64_t transpose8x8(std::uint64_t x) {
     return x;
 }
 
-void transpose_bits(const Sides& s, i64 ic, i64 oc, i64 H, i64 W) {
-    const i64 Hs = H & ~i64{7};
-    const i64 Ws = W & ~i64{7};
-    for (i64 m = 0; m < Hs; m += 8) {
+// Rows m0..m1-1 and columns k0..k1-1 of the transpose in 8x8 blocks, the
+// ragged edges pixel by pixel.
+void transpose_bits8(const Sides& s, i64 ic, i64 oc, i64 m0, i64 m1, i64 k0, i64 k1) {
+    const i64 Hs = m0 + ((m1 - m0) & ~i64{7});
+    const i64 Ws = k0 + ((k1 - k0) & ~i64{7});
+    for (i64 m = m0; m < Hs; m += 8) {
         const std::uint8_t* src[8];
         for (int i = 0; i < 8; ++i)
             src[i] = s.in(m + i);
-        for (i64 k = 0; k < Ws; k += 8) {
+        for (i64 k = k0; k < Ws; k += 8) {
             std::uint64_t x = 0;
             for (int i = 0; i < 8; ++i)
                 x = (x << 8) | bits8(src[i], ic + k);
@@ -214,8 +279,57 @@ void transpose_bits(const Sides& s, i64 ic, i64 oc, i64 H, i64 W) {
                 put_bits8(s.out(k + i), oc + m, static_cast<unsigned>(x >> (56 - 8 * i)) & 0xFFu);
         }
     }
-    transpose_pixels<Pix::Bit>(s, ic, oc, 0, Hs, Ws, W);
-    transpose_pixels<Pix::Bit>(s, ic, oc, Hs, H, 0, W);
+    transpose_pixels<Pix::Bit>(s, ic, oc, m0, Hs, Ws, k1);
+    transpose_pixels<Pix::Bit>(s, ic, oc, Hs, m1, k0, k1);
+}
+
+// 64 packed bits from byte b on, the first pixel in the top bit.
+inline std::uint64_t load64(const std::uint8_t* p) {
+    std::uint64_t v = 0;
+    for (int i = 0; i < 8; ++i)
+        v = (v << 8) | p[i];
+    return v;
+}
+inline void store64(std::uint8_t* p, std::uint64_t v) {
+    for (int i = 7; i >= 0; --i, v >>= 8)
+        p[i] = static_cast<std::uint8_t>(v);
+}
+
+// 64x64 bit-matrix transpose of rows a[0..63] (column 0 in the top bit):
+// six rounds exchange ever smaller off-diagonal blocks.
+inline void transpose64(std::uint64_t a[64]) {
+    std::uint64_t mask = 0x00000000FFFFFFFFull;
+    for (int j = 32; j != 0; j >>= 1, mask ^= (mask << j)) {
+        for (int k = 0; k < 64; k = ((k | j) + 1) & ~j) {
+            const std::uint64_t t = (a[k] ^ (a[k | j] >> j)) & mask;
+            a[k] ^= t;
+            a[k | j] ^= t << j;
+        }
+    }
+}
+
+void transpose_bits(const Sides& s, i64 ic, i64 oc, i64 H, i64 W) {
+    if ((ic & 7) != 0 || (oc & 7) != 0) {
+        transpose_bits8(s, ic, oc, 0, H, 0, W);
+        return;
+    }
+    // Both sides start on byte boundaries: whole 64x64 blocks move as words.
+    const i64 H64 = H & ~i64{63}, W64 = W & ~i64{63};
+    for (i64 m = 0; m < H64; m += 64) {
+        const std::uint8_t* src[64];
+        for (int i = 0; i < 64; ++i)
+            src[i] = s.in(m + i) + (ic >> 3);
+        for (i64 k = 0; k < W64; k += 64) {
+            std::uint64_t a[64];
+            for (int i = 0; i < 64; ++i)
+                a[i] = load64(src[i] + (k >> 3));
+            transpose64(a);
+            for (int i = 0; i < 64; ++i)
+                store64(s.out(k + i) + ((oc + m) >> 3), a[i]);
+        }
+    }
+    transpose_bits8(s, ic, oc, 0, H64, W64, W);
+    transpose_bits8(s, ic, oc, H64, H, 0, W);
 }
 
 template <Pix P>

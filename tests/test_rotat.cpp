@@ -134,7 +134,8 @@ TEST_F(Rotate, EveryTypeAndAngleMatchesThePixelReference) {
     // and even differences, and sizes that leave ragged edges after whole tiles.
     const int shapes[][4] = {{1, 1, 1, 1},   {2, 3, 3, 2},   {5, 7, 9, 8},     {9, 8, 5, 7},   {16, 16, 16, 16},
                              {17, 33, 40, 18}, {37, 70, 50, 41}, {70, 37, 30, 90}, {64, 64, 80, 80}, {3, 90, 100, 2},
-                             {100, 3, 2, 100}, {40, 24, 24, 40}, {0, 5, 5, 5},     {5, 5, 0, 3}};
+                             {100, 3, 2, 100}, {40, 24, 24, 40}, {0, 5, 5, 5},     {5, 5, 0, 3},
+                             {130, 140, 150, 130}, {200, 136, 72, 72}, {131, 150, 141, 131}};
     for (Type t : {Bit, Nibble, Byte, SByte})
         for (int angle : {90, -90, 180})
             for (const auto& s : shapes) {
