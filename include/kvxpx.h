@@ -655,11 +655,25 @@ QX_API int   QXwEvalSemicontHMMViterbi(int HMMOrClassId, short** nqVect, int nOb
 /* ======================================================================
  * Neural networks
  * ====================================================================== */
+/* Forward pass of a perceptron of logistic neurons 1/(e^-sum + 1), no bias.
+ * weights: layer 0 neuron 0's numberOfInputs weights, then neuron 1's, ...,
+ * then layer 1 with layerNeuronCounts[0] weights per neuron, and so on.
+ * output receives the last layer (layerNeuronCounts[numberOfLayers-1] values).
+ * 16-bit form: real input = input * 2^inputScaleFactor, real weight =
+ * weights * 2^weightsScaleFactor; the output is converted down with doScale
+ * and *scaleFactor as by QXdwbConvertDown. */
 QX_API void QXsMLPerceptron(int numberOfInputs, const float* input, int numberOfLayers, const int* layerNeuronCounts,
                             const float* weights, float* output);
 QX_API void QXwMLPerceptron(int numberOfInputs, int inputScaleFactor, const short* input, int numberOfLayers,
                             const int* layerNeuronCounts, int weightsScaleFactor, const short* weights, short* output,
                             int doScale, int* scaleFactor);
+/* Distances (squared, or their roots when doSqrt) from input to each of the
+ * numberOfOutputs codebook vectors stored one after another in weights.
+ * rankList (numberOfOutputs entries): the first min(numberOfRanks,
+ * numberOfOutputs) hold the 1-based numbers of the nearest neurons, nearest
+ * first; the rest hold 0-based numbers. numberOfRanks < 1 leaves it untouched.
+ * The 16-bit form checks doScale/scaleFactor but never scales: its distances
+ * are truncated to int. */
 QX_API void QXsVQKohonen(const float* input, int numberOfInputs, int numberOfOutputs, const float* weights,
                          int numberOfRanks, short* rankList, int doSqrt, float* output);
 QX_API void QXwVQKohonen(const short* input, int numberOfInputs, int numberOfOutputs, const short* weights,
@@ -687,7 +701,10 @@ QX_API void QXnCopyImage(unsigned char** image, unsigned char** outImage, const 
 QX_API int  QXyCopyImage(unsigned char** image, unsigned char** outImage, const QXRegion* copyRgn, int orgRow, int orgCol);
 QX_API int  QXtCopyImage(signed char** image, signed char** outImage, const QXRegion* copyRgn, int orgRow, int orgCol);
 
-/* angle 90, -90 or 180; the picture is centred in the output and cropped. */
+/* angle 90 (counter-clockwise), -90 (clockwise) or 180. The rotated picture
+ * is centred in the nOutRows x nOutCols output: margins keep their pixels,
+ * overhang is cropped. Stops at the first bad argument and returns the error
+ * handler's result; does not look at the status word. */
 QX_API int QXbRotateImage(unsigned char** image, unsigned char** outImage, int angle, int nInRows, int nInCols,
                           int nOutRows, int nOutCols);
 QX_API int QXnRotateImage(unsigned char** image, unsigned char** outImage, int angle, int nInRows, int nInCols,
@@ -697,9 +714,14 @@ QX_API int QXyRotateImage(unsigned char** image, unsigned char** outImage, int a
 QX_API int QXtRotateImage(signed char** image, signed char** outImage, int angle, int nInRows, int nInCols,
                           int nOutRows, int nOutCols);
 
-/* Data type codes: image/out 0 signed byte, 1 nibble, 2 unsigned byte, 3 bit;
- * mask 0 signed byte, 1 short. image, mask and outImage are row-pointer
- * arrays of those types. convolveRegion may be NULL (whole image). */
+/* Correlation with the mask anchored at (nMaskRows/2, nMaskCols/2), zero
+ * padding, no flip. Data type codes: image/out 0 signed byte, 1 nibble,
+ * 2 unsigned byte, 3 bit; mask 0 signed byte, 1 short. image, mask and
+ * outImage are row-pointer arrays of those types; outImage has the image's
+ * geometry. convolveRegion may be NULL (whole image); pixels outside it are
+ * not touched. Sums truncate to int, then doScale 1 shifts right by
+ * *scaleFactor (left when negative), 3 saturates to the output type, 0 and 2
+ * change nothing; the low bits are stored. Returns 0, or a negative status. */
 QX_API int QXMaskConvolve(void* image, void* mask, void* outImage, int imageDataType, int maskDataType, int outDataType,
                           int nImageRows, int nImageCols, int nMaskRows, int nMaskCols, const QXRegion* convolveRegion,
                           int doScale, int* scaleFactor);
