@@ -35,6 +35,8 @@ template <class T>
 std::int64_t sum_signed(const T* v, long n) noexcept {
 #if QX_SCALE_X86
     if constexpr (sizeof(T) == 2) {
+        if (qx::x86::has_avx512())
+            return qx::x86::sum16_512(v, n);
         if (qx::x86::has_avx2())
             return qx::x86::sum16(v, n);
     }

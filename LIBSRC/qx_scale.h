@@ -413,7 +413,7 @@ Outcome scaled(const V& v, long n, int doScale, int* scaleFactor) noexcept {
     }
 }
 
-// The AVX2 paths (qx_scale_x86.h) where the processor has them: saturating
+// The vector paths (qx_scale_x86.h) where the processor has them: saturating
 // and checked addition and subtraction of bytes and shorts, and the
 // automatic multiply shift of shorts. The plain loops of `v` finish the
 // elements after the last whole vector. Returns false to leave the call to
@@ -426,7 +426,8 @@ bool vector_path(const V& v, const typename E::T* l, const typename E::T* r, typ
         return false;
     if constexpr (!std::is_same_v<Op, Mul>) {
         if (doScale == 3 || (doScale == 2 && !E::is_signed && Op::is_sub)) {
-            long m = x86::saturate<E, Op, ScalarR>(l, r, rv, d, n);
+            long m = x86::has_avx512() ? x86::saturate512<E, Op, ScalarR>(l, r, rv, d, n)
+                                       : x86::saturate<E, Op, ScalarR>(l, r, rv, d, n);
             v.template store<false>(m, n, [](auto x) { return clamp<E>(x); });
             *scaleFactor = 0;
             out = {};
@@ -434,7 +435,8 @@ bool vector_path(const V& v, const typename E::T* l, const typename E::T* r, typ
         }
         if (doScale == 0) {
             bool over = false, under = false;
-            long m = x86::checked<E, Op, ScalarR>(l, r, rv, d, n, over, under);
+            long m = x86::has_avx512() ? x86::checked512<E, Op, ScalarR>(l, r, rv, d, n, over, under)
+                                       : x86::checked<E, Op, ScalarR>(l, r, rv, d, n, over, under);
             Span s = v.template store_checked<false>(m, n);
             *scaleFactor = 0;
             out = {over || s.mx > E::hi, under || s.mn < E::lo};

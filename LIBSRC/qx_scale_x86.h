@@ -1,5 +1,5 @@
-// AVX2 paths of the hottest scaled operations, chosen at run time when the
-// processor has AVX2. Each gives exactly the values and reports of the plain
+// AVX2 and AVX-512 paths of the hottest scaled operations, chosen at run
+// time by what the processor has. Each gives exactly the values and reports of the plain
 // loops in qx_scale.h, which remain the path on every other processor and
 // for the elements after the last whole 32-byte vector.
 //
@@ -26,10 +26,11 @@
 
 namespace qx::x86 {
 
-// Set by tests to run the plain loops on a processor that has AVX2.
-inline bool& plain_only() noexcept {
-    static bool yes = false;
-    return yes;
+// Set by tests to try the narrower paths on a processor that has the wider
+// ones: 0 uses everything the processor has, 1 no AVX-512, 2 the plain loops.
+inline int& path_limit() noexcept {
+    static int limit = 0;
+    return limit;
 }
 
 #if QX_SCALE_X86
@@ -38,7 +39,12 @@ inline bool& plain_only() noexcept {
 
 inline bool has_avx2() noexcept {
     static const bool yes = __builtin_cpu_supports("avx2");
-    return yes && !plain_only();
+    return yes && path_limit() < 2;
+}
+
+inline bool has_avx512() noexcept {
+    static const bool yes = __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512f");
+    return yes && path_limit() < 1;
 }
 
 template <class T>
@@ -228,9 +234,121 @@ QX_AVX2 inline std::int64_t sum16(const std::int16_t* v, long n) noexcept {
 
 #undef QX_AVX2
 
+// AVX-512 (BW) forms of the saturating and checked add/sub and the short
+// sum: 64-byte vectors, and lane masks instead of compare vectors.
+#define QX_AVX512 __attribute__((target("avx512bw,avx512f")))
+
+template <class T>
+QX_AVX512 inline __m512i load512(const T* p) noexcept {
+    return _mm512_loadu_si512(static_cast<const void*>(p));
+}
+template <class T>
+QX_AVX512 inline void store512(T* p, __m512i v) noexcept {
+    _mm512_storeu_si512(static_cast<void*>(p), v);
+}
+template <class T>
+QX_AVX512 inline __m512i splat512(T v) noexcept {
+    if constexpr (sizeof(T) == 1)
+        return _mm512_set1_epi8(static_cast<char>(v));
+    else
+        return _mm512_set1_epi16(static_cast<short>(v));
+}
+
+template <class E, class Op>
+QX_AVX512 inline __m512i saturated512(__m512i a, __m512i b) noexcept {
+    if constexpr (E::bits == 16)
+        return Op::is_sub ? _mm512_subs_epi16(a, b) : _mm512_adds_epi16(a, b);
+    else if constexpr (E::is_signed)
+        return Op::is_sub ? _mm512_subs_epi8(a, b) : _mm512_adds_epi8(a, b);
+    else
+        return Op::is_sub ? _mm512_subs_epu8(a, b) : _mm512_adds_epu8(a, b);
+}
+
+template <class E, class Op>
+QX_AVX512 inline __m512i wrapped512(__m512i a, __m512i b) noexcept {
+    if constexpr (E::bits == 16)
+        return Op::is_sub ? _mm512_sub_epi16(a, b) : _mm512_add_epi16(a, b);
+    else
+        return Op::is_sub ? _mm512_sub_epi8(a, b) : _mm512_add_epi8(a, b);
+}
+
+template <class E>
+QX_AVX512 inline std::uint64_t differ512(__m512i a, __m512i b) noexcept {
+    if constexpr (E::bits == 16)
+        return _mm512_cmpneq_epi16_mask(a, b);
+    else
+        return _mm512_cmpneq_epi8_mask(a, b);
+}
+template <class E>
+QX_AVX512 inline std::uint64_t equal512(__m512i a, __m512i b) noexcept {
+    if constexpr (E::bits == 16)
+        return _mm512_cmpeq_epi16_mask(a, b);
+    else
+        return _mm512_cmpeq_epi8_mask(a, b);
+}
+
+template <class E, class Op, bool ScalarR>
+QX_AVX512 long saturate512(const typename E::T* l, const typename E::T* r, typename E::T rv, typename E::T* d,
+                           long n) noexcept {
+    constexpr long lanes = 64 / sizeof(typename E::T);
+    const long m = n - n % lanes;
+    const __m512i rs = splat512(rv);
+#pragma GCC unroll 2
+    for (long k = 0; k < m; k += lanes)
+        store512(d + k, saturated512<E, Op>(load512(l + k), ScalarR ? rs : load512(r + k)));
+    return m;
+}
+
+// As checked() above: lanes whose saturated and wrapped results differ left
+// the range, upward where the saturated result is the maximum.
+template <class E, class Op, bool ScalarR>
+QX_AVX512 long checked512(const typename E::T* l, const typename E::T* r, typename E::T rv, typename E::T* d, long n,
+                          bool& over, bool& under) noexcept {
+    using T = typename E::T;
+    constexpr long lanes = 64 / sizeof(T);
+    const long m = n - n % lanes;
+    const __m512i rs = splat512(rv), hi = splat512(static_cast<T>(E::hi));
+    std::uint64_t out = 0, up = 0;
+#pragma GCC unroll 2
+    for (long k = 0; k < m; k += lanes) {
+        __m512i a = load512(l + k), b = ScalarR ? rs : load512(r + k);
+        __m512i w = wrapped512<E, Op>(a, b), s = saturated512<E, Op>(a, b);
+        store512(d + k, w);
+        std::uint64_t ne = differ512<E>(s, w);
+        out |= ne;
+        up |= ne & equal512<E>(s, hi);
+    }
+    over = up != 0;
+    under = (out & ~up) != 0;
+    return m;
+}
+
+QX_AVX512 inline std::int64_t sum16_512(const std::int16_t* v, long n) noexcept {
+    const __m512i ones = _mm512_set1_epi16(1);
+    std::int64_t total = 0;
+    long k = 0;
+    constexpr long block = 32L << 14;   // as in sum16: each lane stays below 2^31
+    while (n - k >= 32) {
+        long e = n - k > block ? k + block : n - (n - k) % 32;
+        __m512i acc = _mm512_setzero_si512();
+        for (; k < e; k += 32)
+            acc = _mm512_add_epi32(acc, _mm512_madd_epi16(load512(v + k), ones));
+        alignas(64) std::int32_t a[16];
+        _mm512_store_si512(static_cast<void*>(a), acc);
+        for (int i = 0; i < 16; ++i)
+            total += a[i];
+    }
+    for (; k < n; ++k)
+        total += v[k];
+    return total;
+}
+
+#undef QX_AVX512
+
 #else
 
 inline bool has_avx2() noexcept { return false; }
+inline bool has_avx512() noexcept { return false; }
 
 #endif
 

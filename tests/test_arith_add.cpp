@@ -22,7 +22,7 @@ const arithref::Forms<short> kWSub{"QXwbSub2", QXwbSub2, "QXwbSub3", QXwbSub3, "
 }  // namespace
 
 TEST_F(AddSub, BytesAndShortsMatchTheReferenceInEveryMode) {
-    arithref::bothPaths([] {
+    arithref::allPaths([] {
         arithref::checkAgainstReference(Op::add, arithref::kU8, kYAdd, 1);
         arithref::checkAgainstReference(Op::add, arithref::kS8, kTAdd, 2);
         arithref::checkAgainstReference(Op::add, arithref::kS16, kWAdd, 3);

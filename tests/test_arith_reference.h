@@ -149,16 +149,16 @@ inline void setNib(std::vector<uint8_t>& buf, size_t base, int p, size_t k, int 
 
 namespace arithref {
 
-// Runs `body` twice: with the processor's vector paths, and with the plain
-// loops only.
+// Runs `body` with the widest vector paths the processor has, with AVX2 at
+// most, and with the plain loops only.
 template <class F>
-void bothPaths(F body) {
-    for (bool plain : {false, true}) {
-        SCOPED_TRACE(plain ? "plain loops" : "vector paths");
-        qx::x86::plain_only() = plain;
+void allPaths(F body) {
+    for (int limit : {0, 1, 2}) {
+        SCOPED_TRACE(testing::Message() << "path limit " << limit);
+        qx::x86::path_limit() = limit;
         body();
     }
-    qx::x86::plain_only() = false;
+    qx::x86::path_limit() = 0;
 }
 
 // The overflow reports the reference predicts, as (code, function, text).
