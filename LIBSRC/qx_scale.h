@@ -450,21 +450,35 @@ bool vector_path(const V& v, const typename E::T* l, const typename E::T* r, typ
         // not, one count is chosen for the rest and the blocks stored before
         // are shifted by it. Blocks are whole vectors except at the end.
         auto wrapShift = [](int sh) { return [sh](auto x) { return wrap<E>(static_cast<decltype(x)>(x >> sh)); }; };
+        const bool wide = x86::has_avx512();
+        const long lanes = wide ? 32 : 16;
         for (long b = 0; b < n;) {
             long e = n - b > V::block ? b + V::block : n;
-            long ev = b + (e - b) / 16 * 16;
-            if (x86::products_fit<ScalarR>(l, r, rv, b, ev) && v.scan(ev, e).template fits<E>()) {
-                x86::store_products<ScalarR>(l, r, rv, d, b, ev, 0);
+            long ev = b + (e - b) / lanes * lanes;
+            bool fit = wide ? x86::products_fit512<ScalarR>(l, r, rv, b, ev) : x86::products_fit<ScalarR>(l, r, rv, b, ev);
+            if (fit && v.scan(ev, e).template fits<E>()) {
+                if (wide)
+                    x86::store_products512<ScalarR>(l, r, rv, d, b, ev, 0);
+                else
+                    x86::store_products<ScalarR>(l, r, rv, d, b, ev, 0);
                 v.template store<false>(ev, e, wrapShift(0));
                 b = e;
                 continue;
             }
-            long nv = b + (n - b) / 16 * 16;
+            long nv = b + (n - b) / lanes * lanes;
             Span s = v.scan(nv, n);
-            x86::product_span<ScalarR>(l, r, rv, b, nv, s.mx, s.mn);
+            if (wide)
+                x86::product_span512<ScalarR>(l, r, rv, b, nv, s.mx, s.mn);
+            else
+                x86::product_span<ScalarR>(l, r, rv, b, nv, s.mx, s.mn);
             int sh = automatic_shift<E>(s);
-            x86::shift_stored(d, 0, b, sh);
-            x86::store_products<ScalarR>(l, r, rv, d, b, nv, sh);
+            if (wide) {
+                x86::shift_stored512(d, 0, b, sh);
+                x86::store_products512<ScalarR>(l, r, rv, d, b, nv, sh);
+            } else {
+                x86::shift_stored(d, 0, b, sh);
+                x86::store_products<ScalarR>(l, r, rv, d, b, nv, sh);
+            }
             v.template store<false>(nv, n, wrapShift(sh));
             *scaleFactor = sh;
             out = {};

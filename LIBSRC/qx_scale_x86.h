@@ -323,6 +323,66 @@ QX_AVX512 long checked512(const typename E::T* l, const typename E::T* r, typena
     return m;
 }
 
+// The automatic multiply shift of shorts, as products_fit, product_span,
+// store_products and shift_stored above, 32 shorts at a time.
+template <bool ScalarR>
+QX_AVX512 bool products_fit512(const std::int16_t* l, const std::int16_t* r, std::int16_t rv, long b, long e) noexcept {
+    const __m512i rs = splat512(rv);
+    __m512i bad = _mm512_setzero_si512();
+    for (long k = b; k < e; k += 32) {
+        __m512i a = load512(l + k), c = ScalarR ? rs : load512(r + k);
+        __m512i lo = _mm512_mullo_epi16(a, c), hi = _mm512_mulhi_epi16(a, c);
+        bad = _mm512_or_si512(bad, _mm512_xor_si512(hi, _mm512_srai_epi16(lo, 15)));
+    }
+    return _mm512_test_epi64_mask(bad, bad) == 0;
+}
+
+template <bool ScalarR>
+QX_AVX512 void product_span512(const std::int16_t* l, const std::int16_t* r, std::int16_t rv, long b, long e,
+                               std::int32_t& mx, std::int32_t& mn) noexcept {
+    const __m512i rs = splat512(rv);
+    __m512i vmx = _mm512_set1_epi32(mx), vmn = _mm512_set1_epi32(mn);
+    for (long k = b; k < e; k += 32) {
+        __m512i a = load512(l + k), c = ScalarR ? rs : load512(r + k);
+        __m512i lo = _mm512_mullo_epi16(a, c), hi = _mm512_mulhi_epi16(a, c);
+        __m512i p0 = _mm512_unpacklo_epi16(lo, hi), p1 = _mm512_unpackhi_epi16(lo, hi);
+        // The zero-masking forms with every lane selected: the plain forms
+        // trip a false uninitialised-value warning in some compilers' headers.
+        vmx = _mm512_maskz_max_epi32(0xFFFF, vmx, _mm512_maskz_max_epi32(0xFFFF, p0, p1));
+        vmn = _mm512_maskz_min_epi32(0xFFFF, vmn, _mm512_maskz_min_epi32(0xFFFF, p0, p1));
+    }
+    alignas(64) std::int32_t a[16], c[16];
+    _mm512_store_si512(static_cast<void*>(a), vmx);
+    _mm512_store_si512(static_cast<void*>(c), vmn);
+    for (int i = 0; i < 16; ++i) {
+        mx = a[i] > mx ? a[i] : mx;
+        mn = c[i] < mn ? c[i] : mn;
+    }
+}
+
+template <bool ScalarR>
+QX_AVX512 void store_products512(const std::int16_t* l, const std::int16_t* r, std::int16_t rv, std::int16_t* d,
+                                 long b, long e, int s) noexcept {
+    const __m512i rs = splat512(rv);
+    if (s == 0) {
+        for (long k = b; k < e; k += 32)
+            store512(d + k, _mm512_mullo_epi16(load512(l + k), ScalarR ? rs : load512(r + k)));
+        return;
+    }
+    const __m128i right = _mm_cvtsi32_si128(s), left = _mm_cvtsi32_si128(16 - s);
+    for (long k = b; k < e; k += 32) {
+        __m512i a = load512(l + k), c = ScalarR ? rs : load512(r + k);
+        __m512i lo = _mm512_mullo_epi16(a, c), hi = _mm512_mulhi_epi16(a, c);
+        store512(d + k, _mm512_or_si512(_mm512_srl_epi16(lo, right), _mm512_sll_epi16(hi, left)));
+    }
+}
+
+QX_AVX512 inline void shift_stored512(std::int16_t* d, long b, long e, int s) noexcept {
+    const __m128i count = _mm_cvtsi32_si128(s);
+    for (long k = b; k < e; k += 32)
+        store512(d + k, _mm512_sra_epi16(load512(d + k), count));
+}
+
 QX_AVX512 inline std::int64_t sum16_512(const std::int16_t* v, long n) noexcept {
     const __m512i ones = _mm512_set1_epi16(1);
     std::int64_t total = 0;
