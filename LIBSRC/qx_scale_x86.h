@@ -387,16 +387,24 @@ QX_AVX512 inline std::int64_t sum16_512(const std::int16_t* v, long n) noexcept 
     const __m512i ones = _mm512_set1_epi16(1);
     std::int64_t total = 0;
     long k = 0;
-    constexpr long block = 32L << 14;   // as in sum16: each lane stays below 2^31
-    while (n - k >= 32) {
-        long e = n - k > block ? k + block : n - (n - k) % 32;
-        __m512i acc = _mm512_setzero_si512();
-        for (; k < e; k += 32)
-            acc = _mm512_add_epi32(acc, _mm512_madd_epi16(load512(v + k), ones));
-        alignas(64) std::int32_t a[16];
-        _mm512_store_si512(static_cast<void*>(a), acc);
+    // Four accumulators of 16 lanes, 128 shorts per round; each lane moves by
+    // at most 2^16 per round, so after 2^12 rounds the four together stay
+    // within 2^30 and are added in 32 bits.
+    constexpr long round = 128, block = round << 12;
+    while (n - k >= round) {
+        long e = n - k > block ? k + block : n - (n - k) % round;
+        __m512i a0 = _mm512_setzero_si512(), a1 = a0, a2 = a0, a3 = a0;
+        for (; k < e; k += round) {
+            a0 = _mm512_add_epi32(a0, _mm512_madd_epi16(load512(v + k), ones));
+            a1 = _mm512_add_epi32(a1, _mm512_madd_epi16(load512(v + k + 32), ones));
+            a2 = _mm512_add_epi32(a2, _mm512_madd_epi16(load512(v + k + 64), ones));
+            a3 = _mm512_add_epi32(a3, _mm512_madd_epi16(load512(v + k + 96), ones));
+        }
+        __m512i all = _mm512_add_epi32(_mm512_add_epi32(a0, a1), _mm512_add_epi32(a2, a3));
+        alignas(64) std::int32_t lanes[16];
+        _mm512_store_si512(static_cast<void*>(lanes), all);
         for (int i = 0; i < 16; ++i)
-            total += a[i];
+            total += lanes[i];
     }
     for (; k < n; ++k)
         total += v[k];

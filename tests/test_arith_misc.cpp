@@ -243,7 +243,7 @@ TEST_F(Misc, SumsAndTheirScaling) {
     }
 
     // Signed sums against a plain loop, across the internal block sizes.
-    for (int n : {1, 15, 16, 17, 70000, 300001}) {
+    for (int n : {1, 15, 16, 17, 127, 128, 129, 200, 70000, 300001}) {
         auto w = randomData<short>(g, n);
         int64_t ws = 0;
         for (auto x : w) ws += x;
@@ -267,6 +267,18 @@ TEST_F(Misc, SumsAndTheirScaling) {
     EXPECT_EQ(QXwSum(big.data(), 70000, 2, &sf), exact / 2);
     EXPECT_EQ(sf, 1);
     EXPECT_EQ(QXwSum(big.data(), 70000, 3, &sf), 2147483647);
+    // Past the vector paths' internal blocks, at the extreme value.
+    std::vector<short> many(600001, -32768);
+    int64_t manyExact = int64_t(600001) * -32768, want = manyExact;
+    int halvings = 0;
+    while (want < INT32_MIN) {
+        want = arithref::shr(want, 1);
+        ++halvings;
+    }
+    arithref::allPaths([&] {
+        EXPECT_EQ(QXwSum(many.data(), 600001, 2, &sf), want);
+        EXPECT_EQ(sf, halvings);
+    });
     std::vector<short> low(70000, -32768);
     EXPECT_EQ(QXwSum(low.data(), 70000, 3, &sf), -2147483647 - 1);
     QXwSum(low.data(), 70000, 0, &sf);
