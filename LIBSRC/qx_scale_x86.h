@@ -316,8 +316,11 @@ QX_AVX512 long checked512(const typename E::T* l, const typename E::T* r, typena
         store512(d + k, w);
         std::uint64_t ne = differ512<E>(s, w);
         out |= ne;
-        up |= ne & equal512<E>(s, hi);
+        if constexpr (E::is_signed)
+            up |= ne & equal512<E>(s, hi);
     }
+    if constexpr (!E::is_signed)   // sums only go up, differences only down
+        up = Op::is_sub ? 0 : out;
     over = up != 0;
     under = (out & ~up) != 0;
     return m;
