@@ -452,20 +452,22 @@ bool vector_path(const V& v, const typename E::T* l, const typename E::T* r, typ
         auto wrapShift = [](int sh) { return [sh](auto x) { return wrap<E>(static_cast<decltype(x)>(x >> sh)); }; };
         const bool wide = x86::has_avx512();
         const long lanes = wide ? 32 : 16;
+        alignas(64) std::int16_t lows[V::block];   // the products of one block, while it is checked
         for (long b = 0; b < n;) {
             long e = n - b > V::block ? b + V::block : n;
-            long ev = b + (e - b) / lanes * lanes;
-            bool fit = wide ? x86::products_fit512<ScalarR>(l, r, rv, b, ev) : x86::products_fit<ScalarR>(l, r, rv, b, ev);
+            long ev = b + ((e - b) & -lanes);   // lanes is a power of two
+            bool fit = wide ? x86::products_fit512<ScalarR>(l, r, rv, b, ev, lows)
+                            : x86::products_fit<ScalarR>(l, r, rv, b, ev);
             if (fit && v.scan(ev, e).template fits<E>()) {
                 if (wide)
-                    x86::store_products512<ScalarR>(l, r, rv, d, b, ev, 0);
+                    x86::copy512(lows, d + b, ev - b);
                 else
                     x86::store_products<ScalarR>(l, r, rv, d, b, ev, 0);
                 v.template store<false>(ev, e, wrapShift(0));
                 b = e;
                 continue;
             }
-            long nv = b + (n - b) / lanes * lanes;
+            long nv = b + ((n - b) & -lanes);
             Span s = v.scan(nv, n);
             if (wide)
                 x86::product_span512<ScalarR>(l, r, rv, b, nv, s.mx, s.mn);

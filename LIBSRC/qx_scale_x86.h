@@ -328,16 +328,25 @@ QX_AVX512 long checked512(const typename E::T* l, const typename E::T* r, typena
 
 // The automatic multiply shift of shorts, as products_fit, product_span,
 // store_products and shift_stored above, 32 shorts at a time.
+// Also keeps the low halves of the products of [b, e) in lows[0 .. e-b), so
+// that a block that fits is copied out rather than multiplied again.
 template <bool ScalarR>
-QX_AVX512 bool products_fit512(const std::int16_t* l, const std::int16_t* r, std::int16_t rv, long b, long e) noexcept {
+QX_AVX512 bool products_fit512(const std::int16_t* l, const std::int16_t* r, std::int16_t rv, long b, long e,
+                               std::int16_t* lows) noexcept {
     const __m512i rs = splat512(rv);
     __m512i bad = _mm512_setzero_si512();
     for (long k = b; k < e; k += 32) {
         __m512i a = load512(l + k), c = ScalarR ? rs : load512(r + k);
         __m512i lo = _mm512_mullo_epi16(a, c), hi = _mm512_mulhi_epi16(a, c);
+        store512(lows + (k - b), lo);
         bad = _mm512_or_si512(bad, _mm512_xor_si512(hi, _mm512_srai_epi16(lo, 15)));
     }
     return _mm512_test_epi64_mask(bad, bad) == 0;
+}
+
+QX_AVX512 inline void copy512(const std::int16_t* src, std::int16_t* d, long count) noexcept {
+    for (long k = 0; k < count; k += 32)
+        store512(d + k, load512(src + k));
 }
 
 template <bool ScalarR>
