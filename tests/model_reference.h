@@ -7,12 +7,29 @@
 #include <functional>
 #include <initializer_list>
 #include <random>
+#include <string>
+#include <tuple>
 #include <type_traits>
 #include <vector>
 
 #include "kvxpx.h"
 
 namespace ref {
+
+using Rep = std::tuple<int, std::string, std::string>;
+struct Group {
+    int code;
+    std::string function;
+    std::vector<std::string> conditions;
+};
+
+// Expected reports, written as groups of conditions from one function.
+inline std::vector<Rep> reps(std::initializer_list<Group> groups) {
+    std::vector<Rep> r;
+    for (auto& g : groups)
+        for (auto& c : g.conditions) r.emplace_back(g.code, g.function, c);
+    return r;
+}
 
 // Runs calls that each fail on their own, clearing the status (not the
 // reports) after each, so that their reports can be asserted as one list.
