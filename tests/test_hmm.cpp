@@ -175,10 +175,11 @@ TEST_F(Hmm, ClassesIterateAscendingAcrossSplitsAdditionsAndRemovals) {
     for (int id = 70; id < 134; ++id) QXAddHMMToClass(c2, id);
     QXResetHMMClass(c2);
     for (int k = 0; k < 40; ++k) QXNextHMMServer(c2);   // on 109, past the half of the block
-    for (int id : {1, 2, 135}) QXAddHMMToClass(c2, id);
+    for (int id : {1, 2, 135}) QXAddHMMToClass(c2, id);   // the member moves to the upper half
     EXPECT_EQ(QXNextHMMServer(c2), 110);
-    EXPECT_EQ(QXAddHMMToClass(c2, 3) + QXNextHMMServer(c2), 112);
-    EXPECT_EQ(QXRemoveHMMFromClass(c2, 111) + QXNextHMMServer(c2), 113);   // the current member removed: the next follows
+    EXPECT_EQ(QXRemoveHMMFromClass(c2, 105) + QXNextHMMServer(c2), 112);   // before the member, in its block
+    EXPECT_EQ(QXAddHMMToClass(c2, 105) + QXNextHMMServer(c2), 113);
+    EXPECT_EQ(QXRemoveHMMFromClass(c2, 112) + QXNextHMMServer(c2), 114);   // the member itself: the next follows
 
     // Freeing a server leaves every class; emptied blocks are released but the last.
     EXPECT_EQ(QXRemoveHMMFromClass(c2, 7), 1);   // not a member: silent
