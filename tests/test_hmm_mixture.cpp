@@ -114,7 +114,7 @@ int init(bool semicont, ref::Chain<T>& ch, std::vector<Pdf<T>*>& pdfs, int nQuan
 template <class T>
 void against_formula(std::mt19937& g, bool semicont, auto&& mixture) {
     const int nQuant = 2, nObserv = 4, K = 3;
-    const Cost<T> tol = isFloat<T> ? 0 : 2 * nObserv;   // one truncation of a density and of a cost a frame
+    const Cost<T> tol = isFloat<T> ? 0 : nObserv;   // a cost truncated one lower, a frame
     Mat<T> frames(nObserv, std::vector<T>(nQuant));   // 16-bit: odd multiples of 4, never on a mean
     for (auto& f : frames)
         for (auto& x : f) x = static_cast<T>(isFloat<T> ? std::uniform_int_distribution<int>(-8, 8)(g) * 0.25f
