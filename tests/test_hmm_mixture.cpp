@@ -32,34 +32,32 @@ constexpr int kScaleExp = -14, kCostFactor = -5;   // 16-bit: forms times 2^-14,
 class HmmMixture : public kvxtest::LibTest {
 protected:
     void SetUp() override { LibTest::SetUp(), QXHMMFreeAll(); }
-    void TearDown() override {
-        QXHMMFreeAll();
-        for (auto* s : fpdfs_) QXsFreeGaussMixServer(s);
-        for (auto* s : wpdfs_) QXwFreeGaussMixServer(s);
-        LibTest::TearDown();
-    }
+    void TearDown() override { QXHMMFreeAll(), LibTest::TearDown(); }
+};
 
-    // A diagonal mixture over vectors of nQuant, kept alive with its server by
-    // the fixture: two components for float data; one of weight 1 for 16-bit
-    // data, whose densities must stay below 1 to fit 16 bits.
-    template <class T>
-    std::pair<Pdf<T>*, ref::Mix<T>*> mixture(std::mt19937& g, int nQuant) {
+// Diagonal mixtures over vectors of nQuant with their servers: two components
+// for float data; one of weight 1 for 16-bit data, whose densities must stay
+// below 1 to fit 16 bits.
+template <class T>
+struct Mixtures {
+    std::deque<ref::Mix<T>> mix;
+    std::vector<Pdf<T>*> pdf;
+    std::pair<Pdf<T>*, ref::Mix<T>*> add(std::mt19937& g, int nQuant) {
         std::uniform_int_distribution<int> val(-8, 8), pos(1, 4);
-        if constexpr (isFloat<T>) {
-            auto& m = fmix_.emplace_back(nQuant, 2, [&](int k) { return k == 1 ? val(g) * 0.25f : pos(g) * (k ? 0.5f : 0.25f); });
-            fpdfs_.push_back(QXsInitGaussMixServer(m.w.data(), m.meanRows.data(), nullptr, m.diagRows.data(), nQuant, 2, 0));
-            return {fpdfs_.back(), &m};
-        } else {
-            auto& m = wmix_.emplace_back(nQuant, 1, [&](int k) { return static_cast<short>(k == 1 ? val(g) * 8 : k ? pos(g) : 1); });
-            wpdfs_.push_back(QXwInitGaussMixServer(m.w.data(), m.meanRows.data(), nullptr, m.diagRows.data(), nQuant, 1, 0, kScaleExp));
-            return {wpdfs_.back(), &m};
-        }
+        const int nGauss = isFloat<T> ? 2 : 1;
+        auto& m = mix.emplace_back(nQuant, nGauss, [&](int k) {
+            return static_cast<T>(isFloat<T> ? (k == 1 ? val(g) * 0.25f : pos(g) * (k ? 0.5f : 0.25f)) : (k == 1 ? val(g) * 8 : k ? pos(g) : 1));
+        });
+        if constexpr (isFloat<T>)
+            pdf.push_back(QXsInitGaussMixServer(m.w.data(), m.meanRows.data(), nullptr, m.diagRows.data(), nQuant, nGauss, 0));
+        else
+            pdf.push_back(QXwInitGaussMixServer(m.w.data(), m.meanRows.data(), nullptr, m.diagRows.data(), nQuant, nGauss, 0, kScaleExp));
+        return {pdf.back(), &m};
     }
-
-    std::deque<ref::Mix<float>> fmix_;
-    std::deque<ref::Mix<short>> wmix_;
-    std::vector<QXsGaussMixServer*> fpdfs_;
-    std::vector<QXwGaussMixServer*> wpdfs_;
+    ~Mixtures() {
+        for (auto* p : pdf)
+            if constexpr (isFloat<T>) QXsFreeGaussMixServer(p); else QXwFreeGaussMixServer(p);
+    }
 };
 
 // A density as the library hands it on: double for float data, an integer
@@ -112,7 +110,8 @@ int init(bool semicont, ref::Chain<T>& ch, std::vector<Pdf<T>*>& pdfs, int nQuan
 // weighted per state; the servers after the first name another codebook,
 // which they use alone, while the class uses the first server's for all.
 template <class T>
-void against_formula(std::mt19937& g, bool semicont, auto&& mixture) {
+void against_formula(std::mt19937& g, bool semicont) {
+    Mixtures<T> mixture;
     const int nQuant = 2, nObserv = 4, K = 3;
     const Cost<T> tol = isFloat<T> ? 0 : nObserv;   // a cost truncated one lower, a frame
     Mat<T> frames(nObserv, std::vector<T>(nQuant));   // 16-bit: odd multiples of 4, never on a mean
@@ -123,7 +122,7 @@ void against_formula(std::mt19937& g, bool semicont, auto&& mixture) {
     std::vector<ref::Mix<T>*> bookMix[2];
     for (int b = 0; b < 2; ++b)
         for (int k = 0; k < K; ++k) {
-            auto [pdf, mix] = mixture(g, nQuant);
+            auto [pdf, mix] = mixture.add(g, nQuant);
             book[b].push_back(pdf), bookMix[b].push_back(mix);
         }
     const int c = QXCreateHMMClass();
@@ -137,7 +136,7 @@ void against_formula(std::mt19937& g, bool semicont, auto&& mixture) {
         std::vector<ref::Mix<T>*> mixes = bookMix[n != 3];
         if (!semicont)
             for (int j = (pdfs.clear(), mixes.clear(), 0); j < n; ++j) {
-                auto [pdf, mix] = mixture(g, nQuant);
+                auto [pdf, mix] = mixture.add(g, nQuant);
                 pdfs.push_back(pdf), mixes.push_back(mix);
                 if (isFloat<T> && n == 4 && j == 1) mix->w.assign(2, T{});   // density 0: an infinite cost
             }
@@ -174,23 +173,16 @@ void against_formula(std::mt19937& g, bool semicont, auto&& mixture) {
 TEST_F(HmmMixture, ScoresMatchTheFormulaAndAnExhaustiveSearch) {
     std::mt19937 g(4);
     for (bool semicont : {false, true}) {
-        against_formula<float>(g, semicont, [&](std::mt19937& r, int n) { return mixture<float>(r, n); });
-        against_formula<short>(g, semicont, [&](std::mt19937& r, int n) { return mixture<short>(r, n); });
+        against_formula<float>(g, semicont);
+        against_formula<short>(g, semicont);
     }
     EXPECT_TRUE(got().empty());
 }
 
 TEST_F(HmmMixture, ChecksInOrder) {
-    std::mt19937 g(1);
-    auto m = ref::random_chain<float>(g, 2, 2, ref::Shape::Full);
-    auto w = ref::random_chain<short>(g, 2, 2, ref::Shape::Full);
-    auto one = ref::random_chain<float>(g, 1, 1, ref::Shape::Full);
-    m.a = {{-1.0f, -1.0f}, {5.0f, 2.0f}};   // continuous: only the diagonal is checked
-    m.pi = {0.5f, -3.0f};
-    m.b = {{0.5f, -0.5f}, {0.0f, 0.0f}};
-    w.a = {{-1, 0}, {0, 0}};
-    w.pi = {0, -1};
-    w.b = {{3, -3}, {0, 0}};
+    // Continuous: only the diagonal is checked.
+    ref::Chain<float> m{{{-1, -1}, {5, 2}}, {{0.5f, -0.5f}, {0, 0}}, {0.5f, -3}}, one{{{0}}, {{0}}, {0}};
+    ref::Chain<short> w{{{-1, 0}, {0, 0}}, {{3, -3}, {0, 0}}, {0, -1}};
     auto a = ref::rows(m.a), b = ref::rows(m.b), oa = ref::rows(one.a), ob = ref::rows(one.b);
     auto s = ref::rows(w.a), v = ref::rows(w.b);
     QXsGaussMixServer* pdfs[2] = {nullptr, nullptr};
@@ -239,7 +231,7 @@ TEST_F(HmmMixture, AFailureInsideAMixtureIsTracedAndReturnsTheInitialBest) {
     // A table-using mixture with a negative precision fails on the first frame.
     float w = 1.0f, mean = 0.0f, ic = -1.0f, a0 = 0.0f, p0 = 0.0f, one = 1.0f, x = 1.0f;
     float *means[1] = {&mean}, *ics[1] = {&ic}, *arow[1] = {&a0}, *wrow[1] = {&one}, *xr[1] = {&x};
-    QXsGaussMixServer* pdf[1] = {fpdfs_.emplace_back(QXsInitGaussMixServer(&w, means, nullptr, ics, 1, 1, 1))};
+    QXsGaussMixServer* pdf[1] = {QXsInitGaussMixServer(&w, means, nullptr, ics, 1, 1, 1)};
     const int cid = QXsInitContHMMServer(arow, &p0, pdf, 1, 1, 1), sid = QXsInitSemicontHMMServer(arow, wrow, &p0, pdf, 1, 1, 1, 1);
     EXPECT_EQ(QXHMMServer(cid)->outPdfs[0], pdf[0]);   // the handles are copied
     EXPECT_NE(QXHMMServer(cid)->outPdfs, reinterpret_cast<void**>(pdf));
@@ -255,4 +247,5 @@ TEST_F(HmmMixture, AFailureInsideAMixtureIsTracedAndReturnsTheInitialBest) {
     EXPECT_NEAR(QXsEvalSemicontHMMViterbi(sid, xr, 1, &best), -std::log10(std::exp(-0.5)), 1e-6);
     EXPECT_EQ(best, sid);
     EXPECT_TRUE(got().empty());
+    QXsFreeGaussMixServer(pdf[0]);
 }
