@@ -1,6 +1,6 @@
 // Independent references for the mixture and HMM tests: the mixture formula
 // evaluated directly, random models, and the least path cost found by trying
-// every state path.
+// every state path; and two helpers for asserting report lists.
 #pragma once
 
 #include <cmath>
@@ -64,7 +64,8 @@ struct Mix {
     std::vector<T**> fullPtrs;
 
     template <class Draw>
-    Mix(int n, int nGauss, Draw draw) : w(nGauss), mean(nGauss, std::vector<T>(n)), diag(mean), full(nGauss, Mat<T>(n, std::vector<T>(n))) {
+    Mix(int n, int nGauss, Draw draw)
+        : w(nGauss), mean(nGauss, std::vector<T>(n)), diag(mean), full(nGauss, Mat<T>(n, std::vector<T>(n))) {
         for (int k = 0; k < nGauss; ++k) {
             w[k] = draw(0);
             for (int i = 0; i < n; ++i) {
