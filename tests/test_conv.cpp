@@ -31,6 +31,11 @@ struct Image {
             ptrs[i] = data[i].data();
         }
     }
+    // A copy has row pointers of its own.
+    Image(const Image& o) : type(o.type), rows(o.rows), cols(o.cols), data(o.data), ptrs(o.rows) {
+        for (int i = 0; i < rows; ++i)
+            ptrs[i] = data[i].data();
+    }
     int get(int r, int c) const {
         const auto& row = data[r];
         switch (type) {
@@ -212,6 +217,29 @@ TEST_F(Convolve, InteriorAndBorderAgreeOnLargeImagesAndHugeSums) {
         ASSERT_EQ(QXMaskConvolve(in.p(), m.p(), out.p(), UByte, 1, UByte, c.rows, c.cols, c.mr, c.mc, nullptr, 0, &sf), 0);
         EXPECT_EQ(out.data, want.data) << c.rows << "x" << c.cols;
     }
+}
+
+TEST_F(Convolve, FastInteriorEqualsTheBorderPath) {
+    // The same 3x5 mask padded with zero rows to a height beyond the image's
+    // leaves no interior, so every pixel then takes the bounds-tested path.
+    std::mt19937 rng(12);
+    for (int it : {SByte, UByte, Nibble})
+        for (int mt : {0, 1}) {
+            const int rows = 12, cols = 37, tall = 2 * rows + 1, h = tall / 2;
+            Image in(it, rows, cols, rng), fast(UByte, rows, cols, rng), border = fast;
+            Mask m(mt, 3, 5, rng, mt == 0 ? 127 : 32767), padded(mt, tall, 5, rng, 0);
+            padded.fill(0);
+            for (int i = 0; i < 3; ++i)
+                for (int k = 0; k < 5; ++k) {
+                    padded.s[h - 1 + i][k] = m.s[i][k];
+                    padded.b[h - 1 + i][k] = m.b[i][k];
+                }
+            int sf = 3;
+            QXMaskConvolve(in.p(), m.p(), fast.p(), it, mt, UByte, rows, cols, 3, 5, nullptr, 1, &sf);
+            QXMaskConvolve(in.p(), padded.p(), border.p(), it, mt, UByte, rows, cols, tall, 5, nullptr, 1, &sf);
+            EXPECT_EQ(fast.data, border.data) << it << " " << mt;
+        }
+    EXPECT_TRUE(got().empty());
 }
 
 TEST_F(Convolve, ChecksInOrder) {
