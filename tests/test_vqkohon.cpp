@@ -2,6 +2,7 @@
 // against a selection sort written here, the documented tie and numbering
 // behaviour, and the checks in order.
 #include <cmath>
+#include <limits>
 #include <random>
 #include <vector>
 
@@ -65,6 +66,13 @@ TEST_F(Kohonen, DocumentedExamples) {
     EXPECT_EQ(sr, 1);
     QXwVQKohonen(si, 2, 1, sw, 1, &sr, 1, 0, &sf, &so);
     EXPECT_EQ(so, 2);
+
+    // Distances beyond the float range become infinity.
+    const float far[] = {-3e38f, 3e38f};
+    float fd = 0;
+    short fr = 0;
+    QXsVQKohonen(far, 1, 1, far + 1, 1, &fr, 0, &fd);
+    EXPECT_EQ(fd, std::numeric_limits<float>::infinity());
     EXPECT_TRUE(got().empty());
 }
 
