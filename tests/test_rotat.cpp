@@ -184,6 +184,13 @@ TEST_F(Rotate, StopsAtTheFirstFailedCheckAndReturnsTheHandlerResult) {
     EXPECT_EQ(out.data, before);  // nothing written by any failed call
     clear();
 
+    // A null array counts as null rows; with no rows to use it is never read.
+    EXPECT_EQ(QXnRotateImage(nullptr, out.p(), 90, 4, 4, 4, 4), -5);
+    EXPECT_EQ(QXnRotateImage(in.p(), nullptr, -90, 4, 4, 4, 4), -5);
+    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXnRotateImage", "image[i]==0"}, {-5, "QXnRotateImage", "outImage[j]==0"}}));
+    clear();
+    EXPECT_EQ(QXyRotateImage(nullptr, nullptr, 180, 0, 0, 3, 3), 0);
+
     // Rows that the cropping leaves out may be null.
     Image tall(Byte, 8, 2, rng), box(Byte, 4, 2, rng);
     tall.ptrs[0] = tall.ptrs[7] = nullptr;
