@@ -106,55 +106,90 @@ void assign_points(QXMFCCFilters* f, const Edges* e, int samplingFreq) noexcept 
 
 // The log-magnitude spectrum of a real frame: the packed transform in `spec`
 // (n floats, room for n + 2) becomes m = n/2 + 1 values 0.5 log10(re^2 + im^2)
-// at spec[0..m-1]. Bins go in blocks of eight, each read whole before any of
-// its results is written over the lower part of the buffer. The AVX2 clone
-// runs the same operations four lanes wide; FMA is deliberately left out so
-// that every clone rounds exactly alike.
+// at spec[0..m-1]. Bins go in blocks of 64: a block's powers are all read
+// before its results are written over the lower part of the buffer, and later
+// blocks read only above that. Zero, infinite or NaN powers take the library
+// log10. The AVX2 clone runs the same operations four lanes wide; FMA is
+// deliberately left out so that every clone rounds exactly alike.
 __attribute__((target_clones("avx2", "default"))) void log_magnitude(float* spec, int n) noexcept {
+    constexpr int kBlock = 64;
     const int m = n / 2 + 1;
     spec[2 * (m - 1)] = spec[1];
     spec[2 * (m - 1) + 1] = 0.0f;
     spec[1] = 0.0f;
-    int k = 0;
-    for (; k + 8 <= m; k += 8) {
-        double p[8];
-        for (int i = 0; i < 8; ++i) {
-            const double re = spec[2 * (k + i)], im = spec[2 * (k + i) + 1];
+    for (int k0 = 0; k0 < m; k0 += kBlock) {
+        const int len = m - k0 < kBlock ? m - k0 : kBlock;
+        const float* in = spec + 2 * k0;
+        double p[kBlock];
+        float out[kBlock];
+        for (int i = 0; i < len; ++i) {
+            const double re = in[2 * i], im = in[2 * i + 1];
             p[i] = re * re + im * im;
         }
-        float out[8];
-        bool special = false;
-        for (int i = 0; i < 8; ++i) {
+        for (int i = 0; i < len; ++i)
             out[i] = static_cast<float>(qx::half_log10_normal(p[i]));
-            special |= !qx::is_normal_positive(p[i]);
-        }
+        std::uint64_t special = 0;
+        for (int i = 0; i < len; ++i)
+            special |= (std::bit_cast<std::uint64_t>(p[i]) >> 52) - 1u >= 2046u;
         if (special) [[unlikely]]
-            for (int i = 0; i < 8; ++i)
+            for (int i = 0; i < len; ++i)
                 if (!qx::is_normal_positive(p[i]))
                     out[i] = static_cast<float>(0.5 * std::log10(p[i]));
-        for (int i = 0; i < 8; ++i)
-            spec[k + i] = out[i];
-    }
-    for (; k < m; ++k) {
-        const double re = spec[2 * k], im = spec[2 * k + 1];
-        const double p = re * re + im * im;
-        spec[k] = static_cast<float>(qx::is_normal_positive(p) ? qx::half_log10_normal(p) : 0.5 * std::log10(p));
+        for (int i = 0; i < len; ++i)
+            spec[k0 + i] = out[i];
     }
 }
 
-// Band sums of the log spectrum s (m bins, mirrored beyond n/2).
+// Band sums of the log spectrum s (m bins, mirrored beyond n/2): for each
+// point in order and each of its pairs, out[band] += weight * s. A point's
+// bands are neighbours, so one even and one odd band are being summed at any
+// time; each is kept in a register. A band that leaves its register is written
+// back and, if met again, continues from memory, so every band still adds its
+// terms one at a time in point order.
+struct RunningSum {
+    int band = -1;
+    double sum = 0.0;
+    void add(int b, double t, double* out) noexcept {
+        if (b != band) [[unlikely]] {
+            if (band >= 0)
+                out[band] = sum;
+            band = b;
+            sum = out[b];
+        }
+        sum += t;
+    }
+    void flush(double* out) const noexcept {
+        if (band >= 0)
+            out[band] = sum;
+    }
+};
+
+void add_point(const QXMFCCPoint& p, double v, RunningSum& even, RunningSum& odd, double* out) noexcept {
+    for (int e = 0; e < p.count; ++e) {
+        const int b = p.entry[e].band;
+        const double t = p.entry[e].weight * v;
+        if (b & 1)
+            odd.add(b, t, out);
+        else
+            even.add(b, t, out);
+    }
+}
+
 void band_sums(const QXMFCCFilters* f, const float* s, double* out) noexcept {
     for (int b = 0; b < f->nBandPass; ++b)
         out[b] = 0.0;
     if (f->firstPoint < 0)
         return;
     const int n = f->n, m = n / 2 + 1;
-    for (int j = f->firstPoint; j <= f->lastPoint; ++j) {
-        const QXMFCCPoint& p = f->fftSpec[j];
-        const double v = s[j < m ? j : n - j];
-        for (int e = 0; e < p.count; ++e)
-            out[p.entry[e].band] += p.entry[e].weight * v;
-    }
+    RunningSum even, odd;
+    const int last = f->lastPoint;
+    int j = f->firstPoint;
+    for (; j <= last && j < m; ++j)
+        add_point(f->fftSpec[j], s[j], even, odd, out);
+    for (; j <= last; ++j)  // mirrored bins
+        add_point(f->fftSpec[j], s[n - j], even, odd, out);
+    even.flush(out);
+    odd.flush(out);
 }
 
 void release_float_scratch(qx::Context* ctx) noexcept {

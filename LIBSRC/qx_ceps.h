@@ -28,10 +28,10 @@ inline bool is_normal_positive(double p) noexcept {
 // place of a double, so that rounded to float it matches the library log10.
 // Written with logical shifts, masks and plain double arithmetic only, so that
 // loops over it vectorise. p = 2^k * x with x in [sqrt(1/2), sqrt(2));
-// log(x) = f - (f^2/2 - s (f^2/2 + R(s^2))), f = x - 1, s = f / (2 + f),
-// with the classic minimax coefficients of R; then
-// log10(p) = k log10(2) + log(x) / ln(10), log10(2) split in a high part with
-// trailing zero bits (k times it is exact) and a low part.
+// log(x) = f - (f^2/2 - s (f^2/2 + R(s^2))), f = x - 1, s = f / (2 + f), with
+// the classic minimax coefficients of R; then log10(p) = k log10(2) +
+// log(x) / ln(10), log10(2) split into a high part with trailing zero bits
+// (k times it is exact) and a low part.
 inline double half_log10_normal(double p) noexcept {
     constexpr double Lg1 = 6.666666666666735130e-01, Lg2 = 3.999999999940941908e-01,
                      Lg3 = 2.857142874366239149e-01, Lg4 = 2.222219843214978396e-01,

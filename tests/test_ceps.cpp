@@ -568,3 +568,63 @@ TEST_F(Cepstrum, BinLogarithmRoundsLikeTheLibraryLog) {
     EXPECT_EQ(c[0], 0.0f);
     QXsFreeMFCCFilters(f);
 }
+
+TEST_F(Cepstrum, BandSumsAddInPointOrder) {
+    // Sums that depend on the order of their terms: every band must add its
+    // terms one at a time, in point order, starting from zero, as written.
+    auto sequential = [](const QXMFCCFilters* f, const std::vector<float>& s) {
+        std::vector<double> out(f->nBandPass, 0.0);
+        const int n = f->n, m = n / 2 + 1;
+        for (int j = f->firstPoint; j >= 0 && j <= f->lastPoint; ++j)
+            for (int e = 0; e < f->fftSpec[j].count; ++e)
+                out[f->fftSpec[j].entry[e].band] += f->fftSpec[j].entry[e].weight * s[j < m ? j : n - j];
+        return out;
+    };
+    std::vector<float> spec(2049);
+    for (int k = 0; k < 2049; ++k)
+        spec[k] = (k % 3 == 0 ? 1e17f : 3.0f) * (k % 2 ? -1.0f : 1.0f) + 0.1f * static_cast<float>(k);
+    std::vector<float> c(4);
+    for (const BankSpec& s : {kMel, kLinear, kLow, BankSpec{3, 6, 0, 700, 1400, 1, 4, 400},
+                              BankSpec{12, 40, 0, 8000, 16000, 1, 10, 1000}}) {
+        QXMFCCFilters* f = make(s);
+        QXsCepstralMFCC(0, spec.data(), f, c.data(), 4);
+        const double* got = qx::context()->Ceps.filterOutput;
+        auto want = sequential(f, spec);
+        for (int b = 0; b < s.nBand; ++b)
+            ASSERT_EQ(got[b], want[b]) << "band " << b;
+        QXsFreeMFCCFilters(f);
+    }
+    // A hand-made table whose bands come back after leaving, share a parity at
+    // one point and appear out of order.
+    std::vector<QXMFCCPoint> pts(16);
+    auto put = [&](int j, std::initializer_list<std::pair<int, double>> list) {
+        pts[j].count = 0;
+        for (auto [b, w] : list) {
+            pts[j].entry[pts[j].count].band = static_cast<unsigned char>(b);
+            pts[j].entry[pts[j].count].weight = w;
+            ++pts[j].count;
+        }
+    };
+    // Band 0 is summed over points 1-2, leaves at point 3 (band 2 shares its
+    // parity), comes back for points 4-5 and again at 6 and 12 (mirrored bin
+    // 4). In double, 1e17 + 10 + 10 differs from 1e17 + (10 + 10).
+    put(1, {{0, 1.0}, {1, 1.0}});
+    put(2, {{0, 1.0}});
+    put(3, {{2, 1.0}, {1, 0.5}});
+    put(4, {{0, 1.0}});
+    put(5, {{0, 1.0}, {3, 1.0}});
+    put(6, {{2, 1.0}, {0, 0.125}});
+    put(9, {{1, 1.0}, {3, 3.0}});  // mirrored: bin 16 - 9 = 7
+    put(12, {{3, 0.5}, {0, 0.5}});
+    const std::vector<float> bins{0.0f, 1e17f, 0.0f, 2.0f, 10.0f, 10.0f, 7.0f, 5.0f, 1.0f};
+    QXMFCCFilters hand{1 << 30, 4, 16, 4, 1, 12, pts.data()};
+    QXsCepstralMFCC(0, bins.data(), &hand, c.data(), 4);
+    auto want = sequential(&hand, bins);
+    EXPECT_EQ(want[0], double{1e17f} + 32.0);
+    for (int b = 0; b < 4; ++b)
+        EXPECT_EQ(qx::context()->Ceps.filterOutput[b], want[b]) << "band " << b;
+    QXMFCCFilters* other = make(kLow);  // moves the scratch to a bank of the library
+    QXsCepstralMFCC(0, spec.data(), other, c.data(), 4);
+    QXsFreeMFCCFilters(other);
+    EXPECT_TRUE(got().empty());
+}
