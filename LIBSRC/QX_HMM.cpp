@@ -1283,6 +1283,3 @@ QX_API int QXwEvalSemicontHMMViterbi(int HMMOrClassId, short** nqVect, int nObse
 }
 
 }  // extern "C"
-// The 16-bit dot product comes with the distances; referenced weakly until
-// that family is linked in.
-extern "C" int QXwDotP(const short* vect1, const short* vect2, int n, int doScale, int* scaleFactor) __attribute__((weak));

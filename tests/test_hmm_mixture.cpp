@@ -328,6 +328,65 @@ TEST_F(HmmMixture, FloatSemicontinuousUsesTheFirstServersCodebook) {
     EXPECT_TRUE(got().empty());
 }
 
+TEST_F(HmmMixture, ShortSemicontinuousWeightsTheCodebookOutputs) {
+    // Codebook outputs are 16-bit densities (factor -15): frames keep every
+    // coordinate 8..24 away from the zero means so they stay below 1.
+    std::mt19937 g(30);
+    const int nQuant = 2, T = 3, K = 3, n = 3, scaleExp = -10;
+    int csf = -4;   // costs times 16
+    std::uniform_int_distribution<int> mag(8, 24), sign(0, 1), pos(1, 4), wt(1, 8);
+    std::vector<std::vector<short>> f(T, std::vector<short>(nQuant));
+    for (auto& v : f)
+        for (auto& x : v)
+            x = static_cast<short>(sign(g) ? mag(g) : -mag(g));
+    auto fr = rows_of(f);
+    std::vector<short> cw(K, 1), zero(nQuant, 0);
+    std::vector<std::vector<short>> icov(K, std::vector<short>(nQuant));
+    std::vector<std::vector<short*>> meanRows(K), icovRows(K);
+    std::vector<QXwGaussMixServer*> book;
+    for (int k = 0; k < K; ++k) {
+        for (auto& x : icov[k]) x = static_cast<short>(pos(g));
+        meanRows[k] = {zero.data()};
+        icovRows[k] = {icov[k].data()};
+        wservers_.push_back(QXwInitGaussMixServer(&cw[k], meanRows[k].data(), nullptr, icovRows[k].data(), nQuant,
+                                                  1, 0, scaleExp));
+        book.push_back(wservers_.back());
+    }
+    std::vector<std::vector<std::int64_t>> gk(T, std::vector<std::int64_t>(K));
+    for (int t = 0; t < T; ++t)
+        for (int k = 0; k < K; ++k) {
+            long double q = 0;
+            for (int i = 0; i < nQuant; ++i)
+                q += static_cast<long double>(fr[t][i]) * fr[t][i] * icov[k][i];
+            gk[t][k] = static_cast<std::int64_t>(std::trunc(std::exp(-0.5L * std::ldexp(q, scaleExp)) * 32768.0L));
+        }
+    auto ch = random_chain<short>(g, n, true);
+    std::vector<std::vector<short>> w(n, std::vector<short>(K));
+    for (auto& r : w)
+        for (auto& x : r) x = static_cast<short>(wt(g));
+    std::vector<short*> wr;
+    for (auto& r : w) wr.push_back(r.data());
+    const int id = QXwInitSemicontHMMServer(ch.ap(), wr.data(), ch.pi.data(), book.data(), n, K, nQuant, 1, &csf);
+    ASSERT_GT(id, 0);
+    std::vector<std::vector<std::int64_t>> cost(T, std::vector<std::int64_t>(n)), a(n, std::vector<std::int64_t>(n));
+    std::vector<std::int64_t> pi(ch.pi.begin(), ch.pi.end());
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j) a[i][j] = ch.a[i][j];
+    for (int t = 0; t < T; ++t)
+        for (int j = 0; j < n; ++j) {
+            std::int64_t p = 0;
+            for (int k = 0; k < K; ++k) p += w[j][k] * gk[t][k];
+            ASSERT_GT(p, 0);
+            cost[t][j] = static_cast<std::int64_t>(
+                std::trunc((29 * std::log10(2.0L) - std::log10(static_cast<long double>(p))) * 16.0L));
+        }
+    int best = 0, sf = 0;
+    // A density may truncate one lower than the reference: a few units a frame.
+    EXPECT_NEAR(QXwEvalSemicontHMMViterbi(id, fr.data(), T, &best, 0, &sf), search(a, pi, cost), 2 * T);
+    EXPECT_EQ(best, id);
+    EXPECT_TRUE(got().empty());
+}
+
 TEST_F(HmmMixture, ChecksInOrder) {
     int best = 0, sf = 0;
     EXPECT_EQ(QXsEvalContHMMViterbi(0, nullptr, 0, nullptr), FLT_MAX);
