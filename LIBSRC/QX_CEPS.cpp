@@ -108,9 +108,9 @@ void assign_points(QXMFCCFilters* f, const Edges* e, int samplingFreq) noexcept 
 // (n floats, room for n + 2) becomes m = n/2 + 1 values 0.5 log10(re^2 + im^2)
 // at spec[0..m-1]. Bins go in blocks of 64: a block's powers are all read
 // before its results are written over the lower part of the buffer, and later
-// blocks read only above that. Zero, infinite or NaN powers take the library
-// log10. The AVX2 clone runs the same operations four lanes wide; FMA is
-// deliberately left out so that every clone rounds exactly alike.
+// blocks read only above that. Zero, subnormal, infinite or NaN powers take
+// the library log10. The AVX2 clone runs the same operations four lanes wide;
+// FMA is deliberately left out so that every clone rounds exactly alike.
 __attribute__((target_clones("avx2", "default"))) void log_magnitude(float* spec, int n) noexcept {
     constexpr int kBlock = 64;
     const int m = n / 2 + 1;
