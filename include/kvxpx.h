@@ -443,12 +443,20 @@ QX_API int  QXwCcsFftNip(const short* inSamps, short* outSamps, int order, int f
 /* ======================================================================
  * Windows and pre-emphasis
  * ====================================================================== */
-/* y[0] = x[0]; y[i] = x[i] - coefficient * x[i-1]. Returns the status. */
+/* y[0] = x[0]; y[i] = x[i] - coefficient * x[i-1] (previous input sample, in
+ * double). Returns the status. The short form with doScale 0 works on the
+ * shorts directly (truncated, low 16 bits kept, *scaleFactor = 0); other
+ * doScale values go through a float buffer released by QXFreePreemphasizeTbls. */
 QX_API int  QXsPreemphasize(float* vect, float coefficient, int n);
 QX_API int  QXwPreemphasize(short* vect, float coefficient, int n, int doScale, int* scaleFactor);
 QX_API void QXFreePreemphasizeTbls(void);
 
-/* Multiply vect by the window; coefficients cached for up to 16 lengths. */
+/* Multiply vect by the window; coefficients cached for up to 16 lengths per
+ * kind (a 17th length empties that kind's cache). Length 1 is left unchanged.
+ * Hamming 0.54 - 0.46 cos(2 pi i/(n-1)); Hanning 0.5 - 0.5 cos(2 pi (i+1)/(n+1));
+ * Bartlett triangle 0..1..0; Blackman 0.42 - 0.5 cos(x) + 0.08 cos(2x).
+ * The short forms go through floats and convert down with doScale. The s
+ * release frees the float tables; the w release also the conversion buffer. */
 QX_API void QXsWinHamming(float* vect, int n);
 QX_API void QXsWinHanning(float* vect, int n);
 QX_API void QXsWinBartlett(float* vect, int n);
@@ -492,10 +500,17 @@ typedef struct QXMFCCFilters {
     QXMFCCPoint* fftSpec;
 } QXMFCCFilters;
 
+/* Bank of nBandPass triangles on the mel scale from startFreq to endFreq for
+ * frames of 2^order samples; with linear != 0 the first nLinearBands bands are
+ * evenly spaced in hertz up to linearEndFreq. Null on failure. */
 QX_API QXMFCCFilters* QXsMFCCInit(int order, int nBandPass, int startFreq, int endFreq, int samplingFreq,
                                   int linear, int nLinearBands, int linearEndFreq);
 QX_API QXMFCCFilters* QXwMFCCInit(int order, int nBandPass, int startFreq, int endFreq, int samplingFreq,
                                   int linear, int nLinearBands, int linearEndFreq);
+/* nCeps cepstral coefficients of a frame (doTransform != 0: n samples, real
+ * FFT, 0.5 log10 |X|^2 per bin) or of n/2 + 1 log magnitudes (doTransform 0):
+ * weighted band sums, then ceps[k] = 2 sum_i band[i] cos(k (i + 1/2) pi/nBandPass)
+ * (ceps[0] = 2 sum_i band[i]). Scratch follows the bank used last. */
 QX_API void QXsCepstralMFCC(int doTransform, const float* vect, QXMFCCFilters* filters, float* ceps, int nCeps);
 QX_API void QXwCepstralMFCC(int doTransform, const short* vect, QXMFCCFilters* filters, short* ceps, int nCeps,
                             int doScale, int* scaleFactor);

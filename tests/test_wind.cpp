@@ -96,31 +96,17 @@ TEST_F(Windows, FloatCoefficientsFollowTheFormulas) {
                 ASSERT_EQ(y[i], x[i] * reference(Kind(k), i, n));
         }
     }
-    // Familiar values.
+    // Familiar values: Hamming(2) = 0.08, Bartlett(3) = (0, 1, 0), Hanning(3) ~ (0.5, 1, 0.5).
     float h2[2] = {1, 1}, b3[3] = {1, 1, 1}, n3[3] = {1, 1, 1};
     QXsWinHamming(h2, 2);
     QXsWinBartlett(b3, 3);
     QXsWinHanning(n3, 3);
     EXPECT_NEAR(h2[0], 0.08, 1e-6);
     EXPECT_NEAR(h2[1], 0.08, 1e-6);
-    EXPECT_EQ(b3[0], 0.0f);
-    EXPECT_EQ(b3[1], 1.0f);
-    EXPECT_EQ(b3[2], 0.0f);
+    EXPECT_TRUE(b3[0] == 0.0f && b3[1] == 1.0f && b3[2] == 0.0f);
     EXPECT_NEAR(n3[0], 0.5, 1e-6);
     EXPECT_NEAR(n3[1], 1.0, 1e-6);
     EXPECT_NEAR(n3[2], 0.5, 1e-6);
-    // Hanning never reaches zero at its ends; the others do (Blackman to
-    // rounding of 0.42 - 0.5 + 0.08).
-    float ends[4][8];
-    for (int k = 0; k < 4; ++k) {
-        for (float& e : ends[k]) e = 1.0f;
-        kFloat[k](ends[k], 8);
-    }
-    EXPECT_GT(ends[Hanning][0], 0.01f);
-    EXPECT_GT(ends[Hanning][7], 0.01f);
-    EXPECT_NEAR(ends[Hamming][7], 0.08, 1e-6);
-    EXPECT_NEAR(ends[Blackman][0], 0.0, 1e-6);
-    EXPECT_EQ(ends[Bartlett][7], 2.0f - 7.0f * (2.0f / 7.0f));
     EXPECT_TRUE(got().empty());
 }
 
