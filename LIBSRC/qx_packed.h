@@ -11,11 +11,13 @@
 //   - the span of the vector over its destination bytes (first byte, whole
 //     bytes, last byte) and the masks of the first and last byte;
 //   - the block routines over whole bytes: single bytes until the destination
-//     address is a multiple of 4, then words, then the remaining bytes;
+//     address is a multiple of 4, then words (32-bit words, then wider lanes
+//     of 32 or 64 bytes), then the remaining bytes;
 //   - the realigning fetch, which builds the source byte that lines up with a
-//     destination byte from two neighbouring source bytes, a word at a time in
-//     the middle (read, put the first byte most significant, shift, bring in the
-//     top bits of the next byte, put back).
+//     destination byte from two neighbouring source bytes, many at a time in
+//     the middle (lanes; then 64-bit words: read, put the first byte most
+//     significant, shift, bring in the top bits of the next byte, put back).
+// Every form computes, for every byte, what the single-byte form computes.
 // A nibble vector is the bit vector of 4n bits that starts at bit 4p + 3, so
 // nibble operations are bit operations at those positions.
 //
@@ -186,7 +188,7 @@ inline void store_be64(std::uint8_t* p, std::uint64_t w) noexcept {
     std::memcpy(p, &w, sizeof w);
 }
 
-// Wider words: 32 bytes at a time. The logic is bitwise, so the lanes may be
+// Wider words: 32 or 64 bytes at a time. The logic is bitwise, so the lanes may be
 // of any width; the realigning shift works on 16-bit lanes and masks off the
 // bits that cross from one byte into the next, so every byte gets exactly what
 // the byte form computes. A routine gives the same bytes whether it runs on
@@ -336,8 +338,8 @@ template <class Op, class V, unsigned Sh>
 
 // Destination bytes 0..count-1 of a realigned operation with 0 < sh < 8: each
 // output byte is a[i] << sh with the top bits of a[i + 1] brought in (b alike).
-// The lanes do 32 or 64 bytes a round; then eight bytes a round: read a word with
-// the first byte most significant, shift it, bring in the top bits of the next
+// The lanes do 32 or 64 bytes a round; then eight bytes a round: read a word
+// with the first byte most significant, shift it, bring in the top bits of the next
 // byte, store it back in memory order; then single bytes. Bytes a[0..count]
 // are read, all inside the source vector.
 template <class Op, class V>
