@@ -299,7 +299,15 @@ QX_API float QXsSum(const float* src, int n);
 
 /* ======================================================================
  * Packed vectors: fill, copy, complement, and/or/xor
- * ====================================================================== */
+ * ======================================================================
+ * Bit vectors (bb): startPos 0..7 is the bit of the first byte that holds
+ * element 0 (7 = most significant, byte-aligned); later elements follow
+ * towards bit 0 and on into bit 7 of the next byte. Nibble vectors (nb):
+ * startPos 1 is the high nibble of the first byte, 0 the low one. Source and
+ * destination may start at different positions. Bits of the first and last
+ * destination bytes outside the vector keep their values. Overlapping source
+ * and destination are not supported. Failed checks report -5; with an error
+ * pending (QXGetStatus() < 0) these functions do nothing. */
 QX_API void QXbbZero(unsigned char* dst, int startPos, int n);
 QX_API void QXnbZero(unsigned char* dst, int startPos, int n);
 QX_API void QXybZero(unsigned char* dst, int n);
@@ -705,12 +713,20 @@ typedef struct QXRegion {
     int rightBotCol;
 } QXRegion;
 
-/* orient 1: upside down; orient 0: left to right. */
+/* Images are arrays of row pointers; a row is a packed vector of its type
+ * starting at the first element of its first byte (bits: column c is bit
+ * 7 - c%8 of byte c/8; nibbles: column c is the high nibble of byte c/2 when
+ * c is even). Pixels of a destination byte that are not written keep their
+ * values. The y and t forms return the negative status when a check fails.
+ * orient 1: upside down; orient 0: left to right. Input and output must not
+ * share rows. */
 QX_API void QXbMirrorImage(unsigned char** image, unsigned char** outImage, int nInRows, int nInCols, int orient);
 QX_API void QXnMirrorImage(unsigned char** image, unsigned char** outImage, int nInRows, int nInCols, int orient);
 QX_API int  QXyMirrorImage(unsigned char** image, unsigned char** outImage, int nInRows, int nInCols, int orient);
 QX_API int  QXtMirrorImage(signed char** image, signed char** outImage, int nInRows, int nInCols, int orient);
 
+/* Copies the inclusive rectangle copyRgn of image to outImage with its top
+ * left pixel at (orgRow, orgCol); both images must contain it. */
 QX_API void QXbCopyImage(unsigned char** image, unsigned char** outImage, const QXRegion* copyRgn, int orgRow, int orgCol);
 QX_API void QXnCopyImage(unsigned char** image, unsigned char** outImage, const QXRegion* copyRgn, int orgRow, int orgCol);
 QX_API int  QXyCopyImage(unsigned char** image, unsigned char** outImage, const QXRegion* copyRgn, int orgRow, int orgCol);
