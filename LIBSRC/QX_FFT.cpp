@@ -1,6 +1,10 @@
 // FFT tables (bit reversal, complex and real-transform twiddles), their cache
 // in the working context, and the float transforms: complex, real signal to
 // packed spectrum, packed spectrum to real signal.
+// Products and sums stay separate roundings on every processor: the vector
+// and scalar paths must agree bit for bit.
+#pragma GCC optimize("fp-contract=off")
+
 #include <cmath>
 #include <cstring>
 #include <immintrin.h>
