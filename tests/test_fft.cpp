@@ -541,7 +541,8 @@ TEST_F(Fft, TransformsEqualThePlainScalarCoreBitForBit) {
         const std::size_t n = std::size_t{1} << order;
         auto in = random_floats(2 * n, 500 + order);
         in[3] = -0.0f;
-        in[6] = 0.0f;
+        if (in.size() > 6)
+            in[6] = 0.0f;
         for (bool inverse : {false, true}) {
             std::vector<float> want = in, got = in;
             qx::fft::Radix4<qx::fft::FloatOps>::run(want.data(), order, QXcGetFftTwdTbl(order), inverse);
