@@ -235,9 +235,25 @@ void scale_all(float* x, std::size_t count, float f) noexcept {
 }
 
 // The three float transforms on validated arguments and fetched tables.
+// Bit-reversed order. Up to 2^12 points the values are scattered into a
+// stack copy (no data-dependent branches) and copied back; beyond, they are
+// swapped in place.
+void reorder(float* x, int order, const int* rev) noexcept {
+    constexpr int kStackOrder = 12;
+    if (order < 3 || order > kStackOrder) {
+        qx::fft::bit_reverse(x, order, rev);
+        return;
+    }
+    const std::size_t n = points(order);
+    std::uint64_t tmp[std::size_t{1} << kStackOrder];
+    for (std::size_t i = 0; i < n; ++i)
+        std::memcpy(&tmp[rev[i]], x + 2 * i, 8);
+    std::memcpy(x, tmp, 8 * n);
+}
+
 void complex_float(float* x, int order, const float* w, const int* rev, bool inverse, bool scale) noexcept {
     float_core(x, order, w, inverse);
-    qx::fft::bit_reverse(x, order, rev);
+    reorder(x, order, rev);
     if (scale)
         scale_all(x, 2 * points(order), 1.0f / static_cast<float>(points(order)));
 }
@@ -247,7 +263,7 @@ void real_float(float* x, int order, const float* T, const float* wHalf, const i
     const std::size_t m = points(order - 1);
     if (order - 1 > 0) {
         float_core(x, order - 1, wHalf, inverse);
-        qx::fft::bit_reverse(x, order - 1, revHalf);
+        reorder(x, order - 1, revHalf);
     }
     qx::fft::real_split<FloatOps>(x, m, T, !inverse);
     if (scale)
@@ -260,7 +276,7 @@ void packed_float(float* x, int order, const float* w, const float* wHalf, const
     qx::fft::packed_unsplit<FloatOps>(x, m, w, !inverse);
     if (order - 1 > 0) {
         float_core(x, order - 1, wHalf, inverse);
-        qx::fft::bit_reverse(x, order - 1, revHalf);
+        reorder(x, order - 1, revHalf);
     }
     if (scale)
         scale_all(x, 2 * m, 1.0f / static_cast<float>(points(order)));
@@ -346,7 +362,7 @@ QX_API int QXcbBitRev1(float* vec, int order) {
     const int* rev = order >= 3 ? QXGetBitRevTbl(order) : nullptr;
     if (r.failed())
         return QXGetStatus();
-    qx::fft::bit_reverse(vec, order, rev);
+    reorder(vec, order, rev);
     return 0;
 }
 
