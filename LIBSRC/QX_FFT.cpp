@@ -113,17 +113,37 @@ QX_AVX2 inline __m256d twiddles2(const float* w, std::size_t j0, std::size_t s) 
 QX_AVX2 inline __m256d swap_pairs(__m256d x) noexcept { return _mm256_permute_pd(x, 0b0101); }
 QX_AVX2 inline __m256d flip_im(__m256d x) noexcept { return _mm256_xor_pd(x, _mm256_set_pd(-0.0, 0.0, -0.0, 0.0)); }
 
-// x * w per complex lane: (xr wr - xi wi, xi wr + xr wi).
-QX_AVX2 inline __m256d cmul(__m256d x, __m256d w) noexcept {
-    __m256d t1 = _mm256_mul_pd(x, _mm256_movedup_pd(w));
-    __m256d t2 = _mm256_mul_pd(swap_pairs(x), _mm256_permute_pd(w, 0b1111));
-    return _mm256_addsub_pd(t1, t2);
+// x * w per complex lane, given w's real and imaginary parts duplicated:
+// (xr wr - xi wi, xi wr + xr wi).
+QX_AVX2 inline __m256d cmul(__m256d x, __m256d wr, __m256d wi) noexcept {
+    return _mm256_addsub_pd(_mm256_mul_pd(x, wr), _mm256_mul_pd(swap_pairs(x), wi));
 }
+
+// Twiddles W(m j) (m = 1, 2, 3) of butterflies j0 and j0 + 1, as duplicated
+// real and imaginary parts: read from the table, or from a copy expanded
+// once per stage when the stage has many groups.
+struct TableTwiddles {
+    const float* w;
+    std::size_t j0, t;
+    QX_AVX2 void get(std::size_t m, __m256d& wr, __m256d& wi) const noexcept {
+        __m256d v = twiddles2(w, j0, m * t);
+        wr = _mm256_movedup_pd(v);
+        wi = _mm256_permute_pd(v, 0b1111);
+    }
+};
+
+struct ExpandedTwiddles {
+    const __m256d* e;  // wr, wi for m = 1, 2, 3
+    QX_AVX2 void get(std::size_t m, __m256d& wr, __m256d& wi) const noexcept {
+        wr = e[2 * m - 2];
+        wi = e[2 * m - 1];
+    }
+};
 
 // Butterflies j0 and j0 + 1 of one group. kind 0: both general; 1: lane 0
 // is j = 0; 2: lane 0 is j = q/2; 3: lane 0 is j = 0 and lane 1 is j = q/2.
-template <int kind>
-QX_AVX2 inline void block2(float* p, std::size_t q, const float* w, std::size_t j0, std::size_t t) noexcept {
+template <int kind, class Tw>
+QX_AVX2 inline void block2(float* p, std::size_t q, const Tw& tw) noexcept {
     __m256d a = load2(p), b = load2(p + 2 * q), c = load2(p + 4 * q), d = load2(p + 6 * q);
     __m256d s1 = _mm256_add_pd(a, c), s2 = _mm256_add_pd(b, d);
     __m256d d1 = _mm256_sub_pd(a, c), d2 = _mm256_sub_pd(b, d);
@@ -132,9 +152,13 @@ QX_AVX2 inline void block2(float* p, std::size_t q, const float* w, std::size_t 
     __m256d x3 = _mm256_addsub_pd(d1, swap_pairs(d2));        // (a - c) + i(b - d)
     __m256d y1 = x1, y2 = x2, y3 = x3;
     if constexpr (kind != 3) {
-        y2 = cmul(x2, twiddles2(w, j0, 2 * t));
-        y1 = cmul(x1, twiddles2(w, j0, t));
-        y3 = cmul(x3, twiddles2(w, j0, 3 * t));
+        __m256d wr, wi;
+        tw.get(2, wr, wi);
+        y2 = cmul(x2, wr, wi);
+        tw.get(1, wr, wi);
+        y1 = cmul(x1, wr, wi);
+        tw.get(3, wr, wi);
+        y3 = cmul(x3, wr, wi);
     }
     if constexpr (kind == 1 || kind == 3) {
         y1 = _mm256_blend_pd(y1, x1, 0b0011);
@@ -158,21 +182,38 @@ QX_AVX2 inline void block2(float* p, std::size_t q, const float* w, std::size_t 
     store2(p + 6 * q, y3);
 }
 
-// One radix-4 stage with q >= 2.
-QX_AVX2 void stage_avx2(float* x, std::size_t n, std::size_t q, std::size_t t, const float* w) noexcept {
+// Every group of one stage; tw(j0) gives the twiddles of butterflies j0, j0 + 1.
+template <class TwOf>
+QX_AVX2 inline void groups_avx2(float* x, std::size_t n, std::size_t q, TwOf tw) noexcept {
     const std::size_t L = 4 * q, mid = q / 2;
     for (std::size_t g = 0; g < n; g += L) {
         float* p = x + 2 * g;
         if (q == 2) {
-            block2<3>(p, q, w, 0, t);
+            block2<3>(p, q, tw(0));
             continue;
         }
-        block2<1>(p, q, w, 0, t);
+        block2<1>(p, q, tw(0));
         for (std::size_t j0 = 2; j0 < mid; j0 += 2)
-            block2<0>(p + 2 * j0, q, w, j0, t);
-        block2<2>(p + 2 * mid, q, w, mid, t);
+            block2<0>(p + 2 * j0, q, tw(j0));
+        block2<2>(p + 2 * mid, q, tw(mid));
         for (std::size_t j0 = mid + 2; j0 < q; j0 += 2)
-            block2<0>(p + 2 * j0, q, w, j0, t);
+            block2<0>(p + 2 * j0, q, tw(j0));
+    }
+}
+
+// One radix-4 stage with q >= 2.
+QX_AVX2 void stage_avx2(float* x, std::size_t n, std::size_t q, std::size_t t, const float* w) noexcept {
+    constexpr std::size_t kMaxExpanded = 256;
+    if (n / (4 * q) >= 4 && q <= kMaxExpanded) {
+        __m256d e[3 * kMaxExpanded];  // six vectors per pair of butterflies
+        for (std::size_t j0 = 0; j0 < q; j0 += 2) {
+            TableTwiddles tw{w, j0, t};
+            for (std::size_t m = 1; m <= 3; ++m)
+                tw.get(m, e[3 * j0 + 2 * m - 2], e[3 * j0 + 2 * m - 1]);
+        }
+        groups_avx2(x, n, q, [e = static_cast<const __m256d*>(e)](std::size_t j0) { return ExpandedTwiddles{e + 3 * j0}; });
+    } else {
+        groups_avx2(x, n, q, [w, t](std::size_t j0) { return TableTwiddles{w, j0, t}; });
     }
 }
 
