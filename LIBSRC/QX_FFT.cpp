@@ -241,46 +241,38 @@ QX_AVX2 void pairs_avx2(float* x, std::size_t n) noexcept {
         store2(x + 2 * k, sum_dif(load2(x + 2 * k)));
 }
 
+// The last pass writing straight into bit-reversed positions of `out`
+// (8 bytes per complex value): the q = 1 stage for even orders, the radix-2
+// pass for odd ones.
+QX_AVX2 inline void put2(std::uint64_t* out, const int* rev, std::size_t k, __m256d v) noexcept {
+    __m128 f = _mm256_cvtpd_ps(v);
+    _mm_storel_pi(reinterpret_cast<__m64*>(out + rev[k]), f);
+    _mm_storeh_pi(reinterpret_cast<__m64*>(out + rev[k + 1]), f);
+}
+
+QX_AVX2 void stage_q1_scatter(const float* x, std::size_t n, const int* rev, std::uint64_t* out) noexcept {
+    for (std::size_t g = 0; g < n; g += 4) {
+        const float* p = x + 2 * g;
+        __m256d ab = load2(p), cd = load2(p + 4);
+        __m256d s = _mm256_add_pd(ab, cd), d = _mm256_sub_pd(ab, cd);
+        __m256d dm = _mm256_xor_pd(_mm256_permute_pd(d, 0b0110), _mm256_set_pd(-0.0, 0.0, 0.0, 0.0));
+        put2(out, rev, g, sum_dif(s));
+        put2(out, rev, g + 2, sum_dif(dm));
+    }
+}
+
+QX_AVX2 void pairs_scatter(const float* x, std::size_t n, const int* rev, std::uint64_t* out) noexcept {
+    for (std::size_t k = 0; k < n; k += 2)
+        put2(out, rev, k, sum_dif(load2(x + 2 * k)));
+}
+
 const bool kHaveAvx2 = __builtin_cpu_supports("avx2");
 
-// Radix4<FloatOps>::run, with the AVX2 stages where the processor has them.
-void float_core(float* x, int order, const float* w, bool inverse) noexcept {
-    using Core = qx::fft::Radix4<FloatOps>;
-    if (!kHaveAvx2) {
-        Core::run(x, order, w, inverse);
-        return;
-    }
-    const std::size_t n = points(order);
-    if (n == 2) {
-        Core::pair(x);
-        return;
-    }
-    if (inverse)
-        FloatOps::conj(x, n);
-    std::size_t t = 1;
-    for (std::size_t q = n / 4; q >= 1; q /= 4, t *= 4) {
-        if (q >= 2)
-            stage_avx2(x, n, q, t, w);
-        else
-            stage_q1_avx2(x, n);
-    }
-    if (order & 1)
-        pairs_avx2(x, n);
-    if (inverse)
-        FloatOps::conj(x, n);
-}
+constexpr int kStackOrder = 12;  // bit reversal through a stack copy up to 2^12 points
 
-void scale_all(float* x, std::size_t count, float f) noexcept {
-    for (std::size_t i = 0; i < count; ++i)
-        x[i] *= f;
-}
-
-// The three float transforms on validated arguments and fetched tables.
-// Bit-reversed order. Up to 2^12 points the values are scattered into a
-// stack copy (no data-dependent branches) and copied back; beyond, they are
-// swapped in place.
+// Bit-reversed order: scattered into a stack copy (no data-dependent
+// branches) and copied back, or swapped in place above 2^12 points.
 void reorder(float* x, int order, const int* rev) noexcept {
-    constexpr int kStackOrder = 12;
     if (order < 3 || order > kStackOrder) {
         qx::fft::bit_reverse(x, order, rev);
         return;
@@ -292,9 +284,46 @@ void reorder(float* x, int order, const int* rev) noexcept {
     std::memcpy(x, tmp, 8 * n);
 }
 
+// Radix4<FloatOps>::run followed by the bit reversal, with the AVX2 stages
+// where the processor has them; the last pass then writes bit-reversed.
+void float_core(float* x, int order, const float* w, const int* rev, bool inverse) noexcept {
+    using Core = qx::fft::Radix4<FloatOps>;
+    const std::size_t n = points(order);
+    if (!kHaveAvx2 || n <= 4) {
+        Core::run(x, order, w, inverse);
+        reorder(x, order, rev);
+        return;
+    }
+    if (inverse)
+        FloatOps::conj(x, n);
+    std::size_t t = 1;
+    for (std::size_t q = n / 4; q >= 2; q /= 4, t *= 4)
+        stage_avx2(x, n, q, t, w);
+    if (order <= kStackOrder) {
+        std::uint64_t tmp[std::size_t{1} << kStackOrder];
+        if (order & 1)
+            pairs_scatter(x, n, rev, tmp);
+        else
+            stage_q1_scatter(x, n, rev, tmp);
+        std::memcpy(x, tmp, 8 * n);
+    } else {
+        if (order & 1)
+            pairs_avx2(x, n);
+        else
+            stage_q1_avx2(x, n);
+        qx::fft::bit_reverse(x, order, rev);
+    }
+    if (inverse)  // conjugation commutes with the permutation
+        FloatOps::conj(x, n);
+}
+
+void scale_all(float* x, std::size_t count, float f) noexcept {
+    for (std::size_t i = 0; i < count; ++i)
+        x[i] *= f;
+}
+
 void complex_float(float* x, int order, const float* w, const int* rev, bool inverse, bool scale) noexcept {
-    float_core(x, order, w, inverse);
-    reorder(x, order, rev);
+    float_core(x, order, w, rev, inverse);
     if (scale)
         scale_all(x, 2 * points(order), 1.0f / static_cast<float>(points(order)));
 }
@@ -303,8 +332,7 @@ void real_float(float* x, int order, const float* T, const float* wHalf, const i
                 bool scale) noexcept {
     const std::size_t m = points(order - 1);
     if (order - 1 > 0) {
-        float_core(x, order - 1, wHalf, inverse);
-        reorder(x, order - 1, revHalf);
+        float_core(x, order - 1, wHalf, revHalf, inverse);
     }
     qx::fft::real_split<FloatOps>(x, m, T, !inverse);
     if (scale)
@@ -316,8 +344,7 @@ void packed_float(float* x, int order, const float* w, const float* wHalf, const
     const std::size_t m = points(order - 1);
     qx::fft::packed_unsplit<FloatOps>(x, m, w, !inverse);
     if (order - 1 > 0) {
-        float_core(x, order - 1, wHalf, inverse);
-        reorder(x, order - 1, revHalf);
+        float_core(x, order - 1, wHalf, revHalf, inverse);
     }
     if (scale)
         scale_all(x, 2 * m, 1.0f / static_cast<float>(points(order)));
