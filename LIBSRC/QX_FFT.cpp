@@ -266,6 +266,38 @@ QX_AVX2 void pairs_scatter(const float* x, std::size_t n, const int* rev, std::u
         put2(out, rev, k, sum_dif(load2(x + 2 * k)));
 }
 
+// The real split for pairs (k, m - k), (k + 1, m - k - 1) at a time, with the
+// operations of qx::fft::real_split; returns the first k it left undone.
+QX_AVX2 std::size_t real_split_avx2(float* z, std::size_t m, const float* T, bool forward) noexcept {
+    std::size_t k = 1;
+    for (; 2 * (k + 1) < m; k += 2) {
+        float* pa = z + 2 * k;
+        float* pb = z + 2 * (m - k - 1);
+        __m256d A = load2(pa);
+        __m256d B = _mm256_permute2f128_pd(load2(pb), load2(pb), 0x01);  // B[k], B[k + 1]
+        __m256d Tv = load2(T + 2 * k);                                   // (Tr, Ti) of k, k + 1
+        __m256d V = _mm256_blend_pd(_mm256_sub_pd(A, B), _mm256_add_pd(A, B), 0b1010);  // (dif, sum)
+        __m256d P1 = _mm256_mul_pd(V, swap_pairs(Tv));  // (dif Ti, sum Tr)
+        __m256d P2 = _mm256_mul_pd(V, Tv);              // (dif Tr, sum Ti)
+        __m256d An, Bn;
+        if (forward) {
+            __m256d F2 = _mm256_hadd_pd(P1, P1);                           // sum Tr + dif Ti
+            __m256d F3 = _mm256_hsub_pd(swap_pairs(P2), swap_pairs(P2));  // sum Ti - dif Tr
+            An = _mm256_blend_pd(_mm256_add_pd(B, F2), _mm256_sub_pd(F3, B), 0b1010);
+            Bn = _mm256_blend_pd(_mm256_sub_pd(A, F2), _mm256_sub_pd(F3, A), 0b1010);
+        } else {
+            __m256d F1 = _mm256_hsub_pd(P1, P1);  // dif Ti - sum Tr
+            __m256d F2 = _mm256_hadd_pd(P2, P2);  // dif Tr + sum Ti
+            __m256d G = _mm256_blend_pd(F1, F2, 0b1010);
+            An = _mm256_sub_pd(A, G);
+            Bn = _mm256_blend_pd(_mm256_add_pd(B, G), _mm256_sub_pd(B, G), 0b1010);
+        }
+        store2(pa, An);
+        store2(pb, _mm256_permute2f128_pd(Bn, Bn, 0x01));
+    }
+    return k;
+}
+
 const bool kHaveAvx2 = __builtin_cpu_supports("avx2");
 
 constexpr int kStackOrder = 12;  // bit reversal through a stack copy up to 2^12 points
@@ -334,7 +366,8 @@ void real_float(float* x, int order, const float* T, const float* wHalf, const i
     if (order - 1 > 0) {
         float_core(x, order - 1, wHalf, revHalf, inverse);
     }
-    qx::fft::real_split<FloatOps>(x, m, T, !inverse);
+    const std::size_t from = kHaveAvx2 ? real_split_avx2(x, m, T, !inverse) : 1;
+    qx::fft::real_split<FloatOps>(x, m, T, !inverse, from);
     if (scale)
         scale_all(x, 2 * m, 1.0f / static_cast<float>(points(order)));
 }
