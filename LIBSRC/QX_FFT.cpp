@@ -7,7 +7,10 @@
 
 #include <cmath>
 #include <cstring>
+#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
+#define QX_FFT_X86 1
 #include <immintrin.h>
+#endif
 #include <initializer_list>
 #include <numbers>
 
@@ -89,6 +92,7 @@ void decimate(T* tbl1, const T* tbl2, int order) noexcept {
     }
 }
 
+#if QX_FFT_X86
 // ---------------------------------------------------------------------------
 // The float core with AVX2, two butterflies at a time, chosen at run time.
 // Every lane performs the double operations of the scalar Radix4<FloatOps> in
@@ -299,6 +303,9 @@ QX_AVX2 std::size_t real_split_avx2(float* z, std::size_t m, const float* T, boo
 }
 
 const bool kHaveAvx2 = __builtin_cpu_supports("avx2");
+#else
+constexpr bool kHaveAvx2 = false;
+#endif
 
 constexpr int kStackOrder = 12;  // bit reversal through a stack copy up to 2^12 points
 
@@ -326,6 +333,7 @@ void float_core(float* x, int order, const float* w, const int* rev, bool invers
         reorder(x, order, rev);
         return;
     }
+#if QX_FFT_X86
     if (inverse)
         FloatOps::conj(x, n);
     std::size_t t = 1;
@@ -347,6 +355,7 @@ void float_core(float* x, int order, const float* w, const int* rev, bool invers
     }
     if (inverse)  // conjugation commutes with the permutation
         FloatOps::conj(x, n);
+#endif
 }
 
 void scale_all(float* x, std::size_t count, float f) noexcept {
@@ -366,7 +375,11 @@ void real_float(float* x, int order, const float* T, const float* wHalf, const i
     if (order - 1 > 0) {
         float_core(x, order - 1, wHalf, revHalf, inverse);
     }
-    const std::size_t from = kHaveAvx2 ? real_split_avx2(x, m, T, !inverse) : 1;
+    std::size_t from = 1;
+#if QX_FFT_X86
+    if (kHaveAvx2)
+        from = real_split_avx2(x, m, T, !inverse);
+#endif
     qx::fft::real_split<FloatOps>(x, m, T, !inverse, from);
     if (scale)
         scale_all(x, 2 * m, 1.0f / static_cast<float>(points(order)));
