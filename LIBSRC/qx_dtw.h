@@ -110,6 +110,20 @@ struct SRecord {
 
 }  // namespace qx::pattern
 
+namespace qx::dtw {
+
+// Lowest and highest pattern index allowed at one test frame.
+struct Band {
+    int lo;
+    int hi;
+};
+
+// Band bounds of every frame of a test of n vectors against a pattern of m
+// vectors with slack delta (band holds n entries).
+void band_bounds(int n, int m, int delta, Band* band) noexcept;
+
+}  // namespace qx::dtw
+
 // Lookup and release of single records, shared by the store functions and the
 // warping. The lookups raise for an id below 1 and for an empty store.
 qx::pattern::WRecord* QXwPatternPtrGet(int idPttrn);

@@ -131,3 +131,86 @@ TEST_F(Dist, FloatChecksInOrderThenZeroWhilePending) {
     EXPECT_EQ(QXsMahalanobis(big, v, m, 1, 0), 0.0);
     EXPECT_TRUE(got().empty());
 }
+
+TEST_F(Dist, ShortMeasuresWidenBeforeCombiningAndConvertTheRoot) {
+    // The difference 65535 does not wrap; the sum 4294836225 is exact in double.
+    const short hi[] = {32767};
+    const short lo[] = {-32768};
+    int sf = 0;
+    EXPECT_EQ(QXwL2Norm(hi, lo, 1, 0, 0, &sf), static_cast<int>(4294836225LL - 4294967296LL));  // low 32 bits
+    EXPECT_EQ(sf, 0);
+    EXPECT_EQ(QXwL2Norm(hi, lo, 1, 0, 2, &sf), 2147418112);  // 4294836225 / 2, truncated
+    EXPECT_EQ(sf, 1);
+    EXPECT_EQ(QXwL2Norm(hi, lo, 1, 0, 3, &sf), 2147483647);
+    EXPECT_EQ(QXwL1Norm(hi, lo, 1, 0, &sf), 65535);
+    EXPECT_EQ(QXwDotP(hi, lo, 1, 0, &sf), -32767 * 32768);
+    EXPECT_EQ(QXwMahalanobisD(hi, lo, hi, 1, 0, 2, &sf), 2147352578);  // 65535^2 * 32767 / 2^16
+    EXPECT_EQ(sf, 16);
+
+    // The root is taken before the conversion: sqrt(2) * 2^20, truncated.
+    const short a[] = {1, 1, 0};
+    const short z[] = {0, 0, 0};
+    sf = -20;
+    EXPECT_EQ(QXwL2Norm(a, z, 3, 1, 1, &sf), static_cast<int>(std::sqrt(2.0) * 1048576.0));
+    EXPECT_EQ(sf, -20);
+    sf = 0;
+    EXPECT_EQ(QXwL2Norm(a, z, 3, 1, 0, &sf), 1);
+
+    // Hand values: d = (4, -3, 2).
+    const short u[] = {5, -1, 2};
+    const short v[] = {1, 2, 0};
+    const short w[] = {2, 3, -1};
+    sf = 0;
+    EXPECT_EQ(QXwDotP(u, v, 3, 0, &sf), 5 - 2 + 0);
+    EXPECT_EQ(QXwL1Norm(u, v, 3, 0, &sf), 9);
+    EXPECT_EQ(QXwL2Norm(u, v, 3, 0, 0, &sf), 29);
+    EXPECT_EQ(QXwMahalanobisD(u, v, w, 3, 0, 0, &sf), 32 + 27 - 4);
+    short r0[] = {2, 99, 99};
+    short r1[] = {-1, 1, 99};
+    short r2[] = {3, 0, 1};
+    short* m[] = {r0, r1, r2};
+    // off = (4*-1)*-3 + (4*3)*2 + (-3*0)*2 = 36; diag = 32 + 9 + 4 = 45.
+    EXPECT_EQ(QXwMahalanobis(u, v, m, 3, 0, 0, &sf), 2 * 36 + 45);
+    EXPECT_EQ(QXwMahalanobis(u, v, m, 3, 1, 0, &sf), 10);  // sqrt(117) truncated
+    EXPECT_TRUE(got().empty());
+}
+
+TEST_F(Dist, ShortScalingChecksComeFirstThenZeroWhilePending) {
+    const short v[] = {1};
+    short* m[] = {const_cast<short*>(v)};
+    int sf = 65;
+    EXPECT_EQ(QXwMahalanobis(nullptr, v, nullptr, 0, 0, 1, &sf), 0);
+    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXwMahalanobis", "*scaleFactor>64"},
+                                      {-5, "QXwMahalanobis", "n<=0"},
+                                      {-5, "QXwMahalanobis", "vect1==0"},
+                                      {-5, "QXwMahalanobis", "inverseCovarianceMatrix==0"}}));
+    for (auto& r : kvxtest::reports()) {
+        EXPECT_EQ(r.file, "..\\LIBSRC\\QX_DISTW.cpp");
+        EXPECT_TRUE(kvxtest::names_raising_line(r));
+    }
+    clear();
+    sf = -65;
+    EXPECT_EQ(QXwDotP(v, v, 1, -1, nullptr), 0);
+    EXPECT_EQ(QXwL1Norm(v, nullptr, 1, 4, &sf), 0);
+    EXPECT_EQ(QXwL2Norm(v, v, 1, 0, 1, &sf), 0);
+    EXPECT_EQ(QXwMahalanobisD(v, v, nullptr, 1, 0, 0, &sf), 0);  // factor unchecked unless doScale is 1
+    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXwDotP", "doScale<0"},
+                                      {-5, "QXwDotP", "scaleFactor==0"},
+                                      {-5, "QXwL1Norm", "doScale>3"},
+                                      {-5, "QXwL1Norm", "vect2==0"},
+                                      {-5, "QXwL2Norm", "*scaleFactor<-64"},
+                                      {-5, "QXwMahalanobisD", "reciprocalVariance==0"}}));
+    for (auto& r : kvxtest::reports())
+        EXPECT_TRUE(kvxtest::names_raising_line(r));
+    clear();
+
+    const short big[] = {300};
+    sf = 0;
+    QXSetStatus(-4);
+    EXPECT_EQ(QXwDotP(big, big, 1, 0, &sf), 0);
+    EXPECT_EQ(QXwL1Norm(big, v, 1, 0, &sf), 0);
+    EXPECT_EQ(QXwL2Norm(big, v, 1, 0, 0, &sf), 0);
+    EXPECT_EQ(QXwMahalanobisD(big, v, v, 1, 0, 0, &sf), 0);
+    EXPECT_EQ(QXwMahalanobis(big, v, m, 1, 0, 0, &sf), 0);
+    EXPECT_TRUE(got().empty());
+}
