@@ -417,18 +417,27 @@ QX_API double QXPower2(int k);
 #define QX_INVERSE             2
 #define QX_NO_INVERSE_SCALING  8
 
+/* Bit reversal of the order low bits: fills n ints, returns n - 1. */
 QX_API int    QXCalcBitRevTbl(int* tbl, int order);
+/* Cached tables (library owned, 32-byte aligned, kept until QXFreeFftTbls);
+ * NULL after an error. */
 QX_API int*   QXGetBitRevTbl(int order);
+/* Permutes n complex floats into bit-reversed order; 0 or the status. */
 QX_API int    QXcbBitRev1(float* vec, int order);
+/* Twiddles: entry k = e^(-2 pi i k / n) as (re, im) floats; the short tables
+ * hold each part times 16384, truncated. Dec: tbl1[i] = tbl2[2i], tbl2
+ * being the table of order + 1. */
 QX_API void   QXcCalcFftTwdTbl(float* tbl, int order);
 QX_API void   QXcDecFftTwdTbl(float* tbl1, const float* tbl2, int order);
 QX_API float* QXcGetFftTwdTbl(int order);
 QX_API void   QXwCalcFftTwdTbl(short* tbl, int order);
 QX_API void   QXwDecFftTwdTbl(short* tbl1, const short* tbl2, int order);
 QX_API short* QXwGetFftTwdTbl(int order);
+/* Releases every FFT table and the short transforms' scratch buffers. */
 QX_API void   QXFreeFftTbls(void);
 
-/* In-place complex transform of n complex floats; Nip copies first. */
+/* In-place complex transform of n complex floats; Nip copies first and
+ * returns the status. Order 0 is the identity. */
 QX_API void QXcFft(float* samps, int order, int flags);
 QX_API int  QXcFftNip(const float* inSamps, float* outSamps, int order, int flags);
 
@@ -439,8 +448,10 @@ QX_API int  QXsRealFftNip(const float* inSamps, float* outSamps, int order, int 
 QX_API void QXsCcsFft(float* samps, int order, int flags);
 QX_API int  QXsCcsFftNip(const float* inSamps, float* outSamps, int order, int flags);
 
-/* Short data: fixed point for order <= 10 and doScale != 2, else through
- * floats and the scaled conversion. */
+/* Short data: fixed point for order <= 10 and doScale != 2 (inputs times 64,
+ * output shifted right by 6 + *scaleFactor (doScale 1) + order (scaled
+ * inverse); doScale 0/1 keep the low 16 bits, 3 saturates), else through
+ * floats and QXswbConvertDown with the caller's doScale and scaleFactor. */
 QX_API void QXvFft(short* samps, int order, int flags, int doScale, int* scaleFactor);
 QX_API int  QXvFftNip(const short* inSamps, short* outSamps, int order, int flags, int doScale, int* scaleFactor);
 QX_API void QXwRealFft(short* samps, int order, int flags, int doScale, int* scaleFactor);
