@@ -37,7 +37,7 @@ bool src_dst_checks(const Report& r, int n, const void* src, const void* dst) {
 }
 
 // Byte and short X3.
-[[maybe_unused]] bool two_src_checks(const Report& r, int n, const void* srcA, const void* srcB, const void* dst) {
+bool two_src_checks(const Report& r, int n, const void* srcA, const void* srcB, const void* dst) {
     r.check(n <= 0, "n<=0");
     r.check(srcA == nullptr, "srcA==0");
     r.check(srcB == nullptr, "srcB==0");
@@ -45,7 +45,68 @@ bool src_dst_checks(const Report& r, int n, const void* src, const void* dst) {
     return !Report::failed();
 }
 
+// Texts of a start position's two range checks; the limit is 7 for bits, 1 for
+// nibbles.
+struct PosCheck {
+    const char* below;
+    const char* above;
+    int limit;
+};
+constexpr PosCheck kBitStart{"startPos<0", "startPos>7", 7};
+constexpr PosCheck kNibbleStart{"startPos<0", "startPos>1", 1};
+constexpr PosCheck kBitSrc{"srcStartPos<0", "srcStartPos>7", 7};
+constexpr PosCheck kNibbleSrc{"srcStartPos<0", "srcStartPos>1", 1};
+constexpr PosCheck kBitDst{"dstStartPos<0", "dstStartPos>7", 7};
+constexpr PosCheck kNibbleDst{"dstStartPos<0", "dstStartPos>1", 1};
+
+void position_checks(const Report& r, const PosCheck& c, int pos) {
+    r.check(pos < 0, c.below);
+    r.check(pos > c.limit, c.above);
+}
+
+// Packed Zero, Set and Not: the pointer first, then the position, then n.
+bool packed_dst_checks(const Report& r, const void* dst, const PosCheck& c, int pos, int n) {
+    r.check(dst == nullptr, "dst==0");
+    position_checks(r, c, pos);
+    r.check(n <= 0, "n<=0");
+    return !Report::failed();
+}
+
+// Packed Copy and X2: positions, n, then the pointers.
+bool packed_src_dst_checks(const Report& r, const PosCheck& s, int srcStartPos, const PosCheck& d, int dstStartPos,
+                           int n, const void* src, const void* dst) {
+    position_checks(r, s, srcStartPos);
+    position_checks(r, d, dstStartPos);
+    r.check(n <= 0, "n<=0");
+    r.check(src == nullptr, "src==0");
+    r.check(dst == nullptr, "dst==0");
+    return !Report::failed();
+}
+
+// Packed X3.
+bool packed_two_src_checks(const Report& r, const PosCheck& s, int srcStartPos, const PosCheck& d, int dstStartPos,
+                           int n, const void* srcA, const void* srcB, const void* dst) {
+    position_checks(r, s, srcStartPos);
+    position_checks(r, d, dstStartPos);
+    r.check(n <= 0, "n<=0");
+    r.check(srcA == nullptr, "srcA==0");
+    r.check(srcB == nullptr, "srcB==0");
+    r.check(dst == nullptr, "dst==0");
+    return !Report::failed();
+}
+
+// Nibble X2s: the position first, the pointer last.
+bool nibble_scalar_checks(const Report& r, int dstStartPos, int n, const void* dst) {
+    position_checks(r, kNibbleDst, dstStartPos);
+    r.check(n <= 0, "n<=0");
+    r.check(dst == nullptr, "dst==0");
+    return !Report::failed();
+}
+
 std::size_t count(int n, std::size_t width) { return static_cast<std::size_t>(n) * width; }
+
+u8* bytes(void* p) { return static_cast<u8*>(p); }
+const u8* bytes(const void* p) { return static_cast<const u8*>(p); }
 
 }  // namespace
 
@@ -92,13 +153,13 @@ QX_API void QXtbSet(signed char val, signed char* dst, int n) {
 QX_API void QXwbSet(short val, short* dst, int n) {
     static constexpr Report r{"QXwbSet"};
     if (dst_checks(r, n, dst))
-        pk::fill_elements(dst, val, count(n, 1));
+        pk::elements_fill<pk::OpCopy>(dst, val, count(n, 1));
 }
 
 QX_API void QXsbSet(float val, float* dst, int n) {
     static constexpr Report r{"QXsbSet"};
     if (dst_checks(r, n, dst))
-        pk::fill_elements(dst, val, count(n, 1));
+        pk::elements_fill<pk::OpCopy>(dst, val, count(n, 1));
 }
 
 QX_API void QXybCopy(const unsigned char* src, unsigned char* dst, int n) {
@@ -125,6 +186,281 @@ QX_API void QXsbCopy(const float* src, float* dst, int n) {
     if (src_dst_checks(r, n, src, dst))
         pk::block<pk::OpCopy>(reinterpret_cast<u8*>(dst), reinterpret_cast<const u8*>(src), nullptr,
                               count(n, sizeof(float)));
+}
+
+// ------------------------------------------- Zero, Set, Copy, Not: packed
+
+QX_API void QXbbZero(unsigned char* dst, int startPos, int n) {
+    static constexpr Report r{"QXbbZero"};
+    if (packed_dst_checks(r, dst, kBitStart, startPos, n))
+        pk::bits_fill<pk::OpCopy>(dst, startPos, n, 0x00);
+}
+
+QX_API void QXnbZero(unsigned char* dst, int startPos, int n) {
+    static constexpr Report r{"QXnbZero"};
+    if (packed_dst_checks(r, dst, kNibbleStart, startPos, n))
+        pk::nibbles_fill<pk::OpCopy>(dst, startPos, n, 0x0);
+}
+
+QX_API void QXbbSet(unsigned char val, unsigned char* dst, int startPos, int n) {
+    static constexpr Report r{"QXbbSet"};
+    if (packed_dst_checks(r, dst, kBitStart, startPos, n))
+        pk::bits_fill<pk::OpCopy>(dst, startPos, n, (val & 1u) ? 0xFF : 0x00);
+}
+
+QX_API void QXnbSet(unsigned char val, unsigned char* dst, int startPos, int n) {
+    static constexpr Report r{"QXnbSet"};
+    if (packed_dst_checks(r, dst, kNibbleStart, startPos, n))
+        pk::nibbles_fill<pk::OpCopy>(dst, startPos, n, val);
+}
+
+QX_API void QXbbCopy(const unsigned char* src, unsigned char* dst, int srcStartPos, int dstStartPos, int n) {
+    static constexpr Report r{"QXbbCopy"};
+    if (packed_src_dst_checks(r, kBitSrc, srcStartPos, kBitDst, dstStartPos, n, src, dst))
+        pk::bits_apply<pk::OpCopy>(dst, dstStartPos, src, nullptr, srcStartPos, n);
+}
+
+QX_API void QXnbCopy(const unsigned char* src, unsigned char* dst, int srcStartPos, int dstStartPos, int n) {
+    static constexpr Report r{"QXnbCopy"};
+    if (packed_src_dst_checks(r, kNibbleSrc, srcStartPos, kNibbleDst, dstStartPos, n, src, dst))
+        pk::nibbles_apply<pk::OpCopy>(dst, dstStartPos, src, nullptr, srcStartPos, n);
+}
+
+QX_API void QXbbNot(unsigned char* dst, int dstStartPos, int n) {
+    static constexpr Report r{"QXbbNot"};
+    if (packed_dst_checks(r, dst, kBitDst, dstStartPos, n))
+        pk::bits_fill<pk::OpNot>(dst, dstStartPos, n, 0x00);
+}
+
+QX_API void QXnbNot(unsigned char* dst, int dstStartPos, int n) {
+    static constexpr Report r{"QXnbNot"};
+    if (packed_dst_checks(r, dst, kNibbleDst, dstStartPos, n))
+        pk::nibbles_fill<pk::OpNot>(dst, dstStartPos, n, 0x0);
+}
+
+QX_API void QXybNot(unsigned char* dst, int n) {
+    static constexpr Report r{"QXybNot"};
+    if (dst_checks(r, n, dst))
+        pk::block_fill<pk::OpNot>(dst, 0x00, count(n, 1));
+}
+
+QX_API void QXwbNot(short* dst, int n) {
+    static constexpr Report r{"QXwbNot"};
+    if (dst_checks(r, n, dst))
+        pk::block_fill<pk::OpNot>(bytes(dst), 0x00, count(n, sizeof(short)));
+}
+
+// ---------------------------------------------------------------- And
+
+QX_API void QXbbAnd2(const unsigned char* src, unsigned char* dst, int srcStartPos, int dstStartPos, int n) {
+    static constexpr Report r{"QXbbAnd2"};
+    if (packed_src_dst_checks(r, kBitSrc, srcStartPos, kBitDst, dstStartPos, n, src, dst))
+        pk::bits_apply<pk::OpAnd2>(dst, dstStartPos, src, nullptr, srcStartPos, n);
+}
+
+QX_API void QXnbAnd2(const unsigned char* src, unsigned char* dst, int srcStartPos, int dstStartPos, int n) {
+    static constexpr Report r{"QXnbAnd2"};
+    if (packed_src_dst_checks(r, kNibbleSrc, srcStartPos, kNibbleDst, dstStartPos, n, src, dst))
+        pk::nibbles_apply<pk::OpAnd2>(dst, dstStartPos, src, nullptr, srcStartPos, n);
+}
+
+QX_API void QXybAnd2(const unsigned char* src, unsigned char* dst, int n) {
+    static constexpr Report r{"QXybAnd2"};
+    if (src_dst_checks(r, n, src, dst))
+        pk::block<pk::OpAnd2>(dst, src, nullptr, count(n, 1));
+}
+
+QX_API void QXwbAnd2(const short* src, short* dst, int n) {
+    static constexpr Report r{"QXwbAnd2"};
+    if (src_dst_checks(r, n, src, dst))
+        pk::block<pk::OpAnd2>(bytes(dst), bytes(src), nullptr, count(n, sizeof(short)));
+}
+
+QX_API void QXbbAnd3(const unsigned char* srcA, const unsigned char* srcB, unsigned char* dst, int srcStartPos, int dstStartPos,
+                       int n) {
+    static constexpr Report r{"QXbbAnd3"};
+    if (packed_two_src_checks(r, kBitSrc, srcStartPos, kBitDst, dstStartPos, n, srcA, srcB, dst))
+        pk::bits_apply<pk::OpAnd3>(dst, dstStartPos, srcA, srcB, srcStartPos, n);
+}
+
+QX_API void QXnbAnd3(const unsigned char* srcA, const unsigned char* srcB, unsigned char* dst, int srcStartPos, int dstStartPos,
+                       int n) {
+    static constexpr Report r{"QXnbAnd3"};
+    if (packed_two_src_checks(r, kNibbleSrc, srcStartPos, kNibbleDst, dstStartPos, n, srcA, srcB, dst))
+        pk::nibbles_apply<pk::OpAnd3>(dst, dstStartPos, srcA, srcB, srcStartPos, n);
+}
+
+QX_API void QXybAnd3(const unsigned char* srcA, const unsigned char* srcB, unsigned char* dst, int n) {
+    static constexpr Report r{"QXybAnd3"};
+    if (two_src_checks(r, n, srcA, srcB, dst))
+        pk::block<pk::OpAnd3>(dst, srcA, srcB, count(n, 1));
+}
+
+QX_API void QXwbAnd3(const short* srcA, const short* srcB, short* dst, int n) {
+    static constexpr Report r{"QXwbAnd3"};
+    if (two_src_checks(r, n, srcA, srcB, dst))
+        pk::block<pk::OpAnd3>(bytes(dst), bytes(srcA), bytes(srcB), count(n, sizeof(short)));
+}
+
+QX_API void QXnbAnd2s(unsigned char val, unsigned char* dst, int dstStartPos, int n) {
+    static constexpr Report r{"QXnbAnd2s"};
+    if (nibble_scalar_checks(r, dstStartPos, n, dst))
+        pk::nibbles_fill<pk::OpAnd2>(dst, dstStartPos, n, val);
+}
+
+QX_API void QXybAnd2s(unsigned char val, unsigned char* dst, int n) {
+    static constexpr Report r{"QXybAnd2s"};
+    if (dst_checks(r, n, dst))
+        pk::block_fill<pk::OpAnd2>(dst, val, count(n, 1));
+}
+
+QX_API void QXwbAnd2s(short val, short* dst, int n) {
+    static constexpr Report r{"QXwbAnd2s"};
+    if (dst_checks(r, n, dst))
+        pk::elements_fill<pk::OpAnd2>(reinterpret_cast<unsigned short*>(dst), static_cast<unsigned short>(val),
+                                          count(n, 1));
+}
+
+// ---------------------------------------------------------------- Or
+
+QX_API void QXbbOr2(const unsigned char* src, unsigned char* dst, int srcStartPos, int dstStartPos, int n) {
+    static constexpr Report r{"QXbbOr2"};
+    if (packed_src_dst_checks(r, kBitSrc, srcStartPos, kBitDst, dstStartPos, n, src, dst))
+        pk::bits_apply<pk::OpOr2>(dst, dstStartPos, src, nullptr, srcStartPos, n);
+}
+
+QX_API void QXnbOr2(const unsigned char* src, unsigned char* dst, int srcStartPos, int dstStartPos, int n) {
+    static constexpr Report r{"QXnbOr2"};
+    if (packed_src_dst_checks(r, kNibbleSrc, srcStartPos, kNibbleDst, dstStartPos, n, src, dst))
+        pk::nibbles_apply<pk::OpOr2>(dst, dstStartPos, src, nullptr, srcStartPos, n);
+}
+
+QX_API void QXybOr2(const unsigned char* src, unsigned char* dst, int n) {
+    static constexpr Report r{"QXybOr2"};
+    if (src_dst_checks(r, n, src, dst))
+        pk::block<pk::OpOr2>(dst, src, nullptr, count(n, 1));
+}
+
+QX_API void QXwbOr2(const short* src, short* dst, int n) {
+    static constexpr Report r{"QXwbOr2"};
+    if (src_dst_checks(r, n, src, dst))
+        pk::block<pk::OpOr2>(bytes(dst), bytes(src), nullptr, count(n, sizeof(short)));
+}
+
+QX_API void QXbbOr3(const unsigned char* srcA, const unsigned char* srcB, unsigned char* dst, int srcStartPos, int dstStartPos,
+                       int n) {
+    static constexpr Report r{"QXbbOr3"};
+    if (packed_two_src_checks(r, kBitSrc, srcStartPos, kBitDst, dstStartPos, n, srcA, srcB, dst))
+        pk::bits_apply<pk::OpOr3>(dst, dstStartPos, srcA, srcB, srcStartPos, n);
+}
+
+QX_API void QXnbOr3(const unsigned char* srcA, const unsigned char* srcB, unsigned char* dst, int srcStartPos, int dstStartPos,
+                       int n) {
+    static constexpr Report r{"QXnbOr3"};
+    if (packed_two_src_checks(r, kNibbleSrc, srcStartPos, kNibbleDst, dstStartPos, n, srcA, srcB, dst))
+        pk::nibbles_apply<pk::OpOr3>(dst, dstStartPos, srcA, srcB, srcStartPos, n);
+}
+
+QX_API void QXybOr3(const unsigned char* srcA, const unsigned char* srcB, unsigned char* dst, int n) {
+    static constexpr Report r{"QXybOr3"};
+    if (two_src_checks(r, n, srcA, srcB, dst))
+        pk::block<pk::OpOr3>(dst, srcA, srcB, count(n, 1));
+}
+
+QX_API void QXwbOr3(const short* srcA, const short* srcB, short* dst, int n) {
+    static constexpr Report r{"QXwbOr3"};
+    if (two_src_checks(r, n, srcA, srcB, dst))
+        pk::block<pk::OpOr3>(bytes(dst), bytes(srcA), bytes(srcB), count(n, sizeof(short)));
+}
+
+QX_API void QXnbOr2s(unsigned char val, unsigned char* dst, int dstStartPos, int n) {
+    static constexpr Report r{"QXnbOr2s"};
+    if (nibble_scalar_checks(r, dstStartPos, n, dst))
+        pk::nibbles_fill<pk::OpOr2>(dst, dstStartPos, n, val);
+}
+
+QX_API void QXybOr2s(unsigned char val, unsigned char* dst, int n) {
+    static constexpr Report r{"QXybOr2s"};
+    if (dst_checks(r, n, dst))
+        pk::block_fill<pk::OpOr2>(dst, val, count(n, 1));
+}
+
+QX_API void QXwbOr2s(short val, short* dst, int n) {
+    static constexpr Report r{"QXwbOr2s"};
+    if (dst_checks(r, n, dst))
+        pk::elements_fill<pk::OpOr2>(reinterpret_cast<unsigned short*>(dst), static_cast<unsigned short>(val),
+                                          count(n, 1));
+}
+
+// ---------------------------------------------------------------- Xor
+
+QX_API void QXbbXor2(const unsigned char* src, unsigned char* dst, int srcStartPos, int dstStartPos, int n) {
+    static constexpr Report r{"QXbbXor2"};
+    if (packed_src_dst_checks(r, kBitSrc, srcStartPos, kBitDst, dstStartPos, n, src, dst))
+        pk::bits_apply<pk::OpXor2>(dst, dstStartPos, src, nullptr, srcStartPos, n);
+}
+
+QX_API void QXnbXor2(const unsigned char* src, unsigned char* dst, int srcStartPos, int dstStartPos, int n) {
+    static constexpr Report r{"QXnbXor2"};
+    if (packed_src_dst_checks(r, kNibbleSrc, srcStartPos, kNibbleDst, dstStartPos, n, src, dst))
+        pk::nibbles_apply<pk::OpXor2>(dst, dstStartPos, src, nullptr, srcStartPos, n);
+}
+
+QX_API void QXybXor2(const unsigned char* src, unsigned char* dst, int n) {
+    static constexpr Report r{"QXybXor2"};
+    if (src_dst_checks(r, n, src, dst))
+        pk::block<pk::OpXor2>(dst, src, nullptr, count(n, 1));
+}
+
+QX_API void QXwbXor2(const short* src, short* dst, int n) {
+    static constexpr Report r{"QXwbXor2"};
+    if (src_dst_checks(r, n, src, dst))
+        pk::block<pk::OpXor2>(bytes(dst), bytes(src), nullptr, count(n, sizeof(short)));
+}
+
+QX_API void QXbbXor3(const unsigned char* srcA, const unsigned char* srcB, unsigned char* dst, int srcStartPos, int dstStartPos,
+                       int n) {
+    static constexpr Report r{"QXbbXor3"};
+    if (packed_two_src_checks(r, kBitSrc, srcStartPos, kBitDst, dstStartPos, n, srcA, srcB, dst))
+        pk::bits_apply<pk::OpXor3>(dst, dstStartPos, srcA, srcB, srcStartPos, n);
+}
+
+QX_API void QXnbXor3(const unsigned char* srcA, const unsigned char* srcB, unsigned char* dst, int srcStartPos, int dstStartPos,
+                       int n) {
+    static constexpr Report r{"QXnbXor3"};
+    if (packed_two_src_checks(r, kNibbleSrc, srcStartPos, kNibbleDst, dstStartPos, n, srcA, srcB, dst))
+        pk::nibbles_apply<pk::OpXor3>(dst, dstStartPos, srcA, srcB, srcStartPos, n);
+}
+
+QX_API void QXybXor3(const unsigned char* srcA, const unsigned char* srcB, unsigned char* dst, int n) {
+    static constexpr Report r{"QXybXor3"};
+    if (two_src_checks(r, n, srcA, srcB, dst))
+        pk::block<pk::OpXor3>(dst, srcA, srcB, count(n, 1));
+}
+
+QX_API void QXwbXor3(const short* srcA, const short* srcB, short* dst, int n) {
+    static constexpr Report r{"QXwbXor3"};
+    if (two_src_checks(r, n, srcA, srcB, dst))
+        pk::block<pk::OpXor3>(bytes(dst), bytes(srcA), bytes(srcB), count(n, sizeof(short)));
+}
+
+QX_API void QXnbXor2s(unsigned char val, unsigned char* dst, int dstStartPos, int n) {
+    static constexpr Report r{"QXnbXor2s"};
+    if (nibble_scalar_checks(r, dstStartPos, n, dst))
+        pk::nibbles_fill<pk::OpXor2>(dst, dstStartPos, n, val);
+}
+
+QX_API void QXybXor2s(unsigned char val, unsigned char* dst, int n) {
+    static constexpr Report r{"QXybXor2s"};
+    if (dst_checks(r, n, dst))
+        pk::block_fill<pk::OpXor2>(dst, val, count(n, 1));
+}
+
+QX_API void QXwbXor2s(short val, short* dst, int n) {
+    static constexpr Report r{"QXwbXor2s"};
+    if (dst_checks(r, n, dst))
+        pk::elements_fill<pk::OpXor2>(reinterpret_cast<unsigned short*>(dst), static_cast<unsigned short>(val),
+                                          count(n, 1));
 }
 
 }  // extern "C"

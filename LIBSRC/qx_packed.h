@@ -30,6 +30,12 @@
 #include <cstring>
 #include <type_traits>
 
+// The byte-lane vectors below live only inside inlined code and are never
+// passed between functions compiled for different processors, so the note
+// about their calling convention does not apply. Templates are instantiated at
+// the end of the including file, hence no pop.
+#pragma GCC diagnostic ignored "-Wpsabi"
+
 namespace qx::packed {
 
 // ---------------------------------------------------------------- elements
@@ -104,49 +110,49 @@ constexpr std::uint8_t merge(std::uint8_t old, std::uint8_t now, std::uint8_t ma
 
 struct OpCopy {   // dst = a
     static constexpr std::uint8_t byte(std::uint8_t, std::uint8_t a, std::uint8_t) noexcept { return a; }
-    template <class W> static constexpr W word(W, W a, W) noexcept { return a; }
+    template <class W> [[gnu::always_inline]] static constexpr W word(W, W a, W) noexcept { return a; }
 };
 struct OpNot {    // dst = ~dst
     static constexpr std::uint8_t byte(std::uint8_t d, std::uint8_t, std::uint8_t) noexcept {
         return static_cast<std::uint8_t>(~d);
     }
-    template <class W> static constexpr W word(W d, W, W) noexcept { return static_cast<W>(~d); }
+    template <class W> [[gnu::always_inline]] static constexpr W word(W d, W, W) noexcept { return static_cast<W>(~d); }
 };
 struct OpAnd2 {   // dst = dst & a
     static constexpr std::uint8_t byte(std::uint8_t d, std::uint8_t a, std::uint8_t) noexcept {
         return static_cast<std::uint8_t>(d & a);
     }
-    template <class W> static constexpr W word(W d, W a, W) noexcept { return static_cast<W>(d & a); }
+    template <class W> [[gnu::always_inline]] static constexpr W word(W d, W a, W) noexcept { return static_cast<W>(d & a); }
 };
 struct OpOr2 {
     static constexpr std::uint8_t byte(std::uint8_t d, std::uint8_t a, std::uint8_t) noexcept {
         return static_cast<std::uint8_t>(d | a);
     }
-    template <class W> static constexpr W word(W d, W a, W) noexcept { return static_cast<W>(d | a); }
+    template <class W> [[gnu::always_inline]] static constexpr W word(W d, W a, W) noexcept { return static_cast<W>(d | a); }
 };
 struct OpXor2 {
     static constexpr std::uint8_t byte(std::uint8_t d, std::uint8_t a, std::uint8_t) noexcept {
         return static_cast<std::uint8_t>(d ^ a);
     }
-    template <class W> static constexpr W word(W d, W a, W) noexcept { return static_cast<W>(d ^ a); }
+    template <class W> [[gnu::always_inline]] static constexpr W word(W d, W a, W) noexcept { return static_cast<W>(d ^ a); }
 };
 struct OpAnd3 {   // dst = a & b
     static constexpr std::uint8_t byte(std::uint8_t, std::uint8_t a, std::uint8_t b) noexcept {
         return static_cast<std::uint8_t>(a & b);
     }
-    template <class W> static constexpr W word(W, W a, W b) noexcept { return static_cast<W>(a & b); }
+    template <class W> [[gnu::always_inline]] static constexpr W word(W, W a, W b) noexcept { return static_cast<W>(a & b); }
 };
 struct OpOr3 {
     static constexpr std::uint8_t byte(std::uint8_t, std::uint8_t a, std::uint8_t b) noexcept {
         return static_cast<std::uint8_t>(a | b);
     }
-    template <class W> static constexpr W word(W, W a, W b) noexcept { return static_cast<W>(a | b); }
+    template <class W> [[gnu::always_inline]] static constexpr W word(W, W a, W b) noexcept { return static_cast<W>(a | b); }
 };
 struct OpXor3 {
     static constexpr std::uint8_t byte(std::uint8_t, std::uint8_t a, std::uint8_t b) noexcept {
         return static_cast<std::uint8_t>(a ^ b);
     }
-    template <class W> static constexpr W word(W, W a, W b) noexcept { return static_cast<W>(a ^ b); }
+    template <class W> [[gnu::always_inline]] static constexpr W word(W, W a, W b) noexcept { return static_cast<W>(a ^ b); }
 };
 
 // Whether an operation reads the destination, and how many sources it has.
@@ -180,31 +186,240 @@ inline void store_be64(std::uint8_t* p, std::uint64_t w) noexcept {
     std::memcpy(p, &w, sizeof w);
 }
 
+// Wider words: 32 bytes at a time. The logic is bitwise, so the lanes may be
+// of any width; the realigning shift works on 16-bit lanes and masks off the
+// bits that cross from one byte into the next, so every byte gets exactly what
+// the byte form computes. A routine gives the same bytes whether it runs on
+// lanes, words or single bytes. On x86 the lane loops are compiled twice, for
+// AVX-512, for AVX2 and for the baseline, and chosen once at run time.
+typedef std::uint16_t Lanes __attribute__((vector_size(32)));
+typedef std::uint16_t WideLanes __attribute__((vector_size(64)));  // AVX-512
+typedef std::uint8_t ByteLanes __attribute__((vector_size(32)));
+constexpr std::size_t kLanes = sizeof(Lanes);
+
+template <class V = Lanes>
+[[gnu::always_inline]] inline V load_lanes(const std::uint8_t* p) noexcept {
+    V v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+template <class V>
+[[gnu::always_inline]] inline void store_lanes(std::uint8_t* p, V v) noexcept {
+    std::memcpy(p, &v, sizeof v);
+}
+
+// Every byte of the lanes set to `byte`.
+template <class V>
+[[gnu::always_inline]] inline V splat(std::uint8_t byte) noexcept {
+    V v;
+    std::memset(&v, byte, sizeof v);
+    return v;
+}
+
+// The widest lanes the routines may use: 0 whatever the processor has, 1 at
+// most AVX2, 2 the baseline. Tests lower it to run every form.
+inline int& lane_limit() noexcept {
+    static int limit = 0;
+    return limit;
+}
+
+#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
+#define QX_PACKED_DISPATCH 1
+#define QX_PACKED_AVX2 __attribute__((target("avx2")))
+#define QX_PACKED_AVX512 __attribute__((target("avx512f,avx512bw")))
+inline bool use_avx2() noexcept {
+    static const bool yes = __builtin_cpu_supports("avx2");
+    return yes && lane_limit() < 2;
+}
+inline bool use_avx512() noexcept {
+    static const bool yes = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw");
+    return yes && lane_limit() < 1;
+}
+#else
+#define QX_PACKED_DISPATCH 0
+#endif
+
+// The one-byte form of a two-source step (b read only by two-source operations).
+template <class Op>
+inline std::uint8_t step(std::uint8_t d, std::uint8_t a, const std::uint8_t* b, std::size_t i) noexcept {
+    return Op::byte(d, a, two_sources<Op> ? b[i] : std::uint8_t{0});
+}
+
 // ------------------------------------------------------- block routines
 
-// dst[i] = Op(dst[i], a[i], b[i]) for nBytes whole bytes: single bytes until
-// dst is 4-byte aligned, then 32-bit words, then the remaining bytes. A copy
-// moves the bytes with memmove, which stores the same bytes.
+namespace detail {
+
+template <class Op, class V>
+[[gnu::always_inline]] inline void block_lanes(std::uint8_t* dst, const std::uint8_t* a, const std::uint8_t* b,
+                                               std::size_t nBytes) noexcept {
+    auto misaligned = [&](std::size_t i, std::size_t to) {
+        return (reinterpret_cast<std::uintptr_t>(dst + i) & (to - 1)) != 0;
+    };
+    auto word = [&](std::size_t i) {
+        const Word wb = two_sources<Op> ? load_word(b + i) : 0;
+        const Word wd = reads_dst<Op> ? load_word(dst + i) : 0;
+        store_word(dst + i, Op::template word<Word>(wd, load_word(a + i), wb));
+    };
+    // Single bytes until the destination is 4-byte aligned, then words until
+    // it is aligned to a whole lane.
+    std::size_t i = 0;
+    while (i < nBytes && misaligned(i, 4)) {
+        dst[i] = step<Op>(dst[i], a[i], b, i);
+        ++i;
+    }
+    for (; i + sizeof(Word) <= nBytes && misaligned(i, sizeof(V)); i += sizeof(Word))
+        word(i);
+    for (; i + 2 * sizeof(V) <= nBytes; i += 2 * sizeof(V)) {
+        const V vb0 = two_sources<Op> ? load_lanes<V>(b + i) : V{};
+        const V vb1 = two_sources<Op> ? load_lanes<V>(b + i + sizeof(V)) : V{};
+        const V vd0 = reads_dst<Op> ? load_lanes<V>(dst + i) : V{};
+        const V vd1 = reads_dst<Op> ? load_lanes<V>(dst + i + sizeof(V)) : V{};
+        store_lanes(dst + i, Op::template word<V>(vd0, load_lanes<V>(a + i), vb0));
+        store_lanes(dst + i + sizeof(V), Op::template word<V>(vd1, load_lanes<V>(a + i + sizeof(V)), vb1));
+    }
+    for (; i + sizeof(V) <= nBytes; i += sizeof(V)) {
+        const V vb = two_sources<Op> ? load_lanes<V>(b + i) : V{};
+        const V vd = reads_dst<Op> ? load_lanes<V>(dst + i) : V{};
+        store_lanes(dst + i, Op::template word<V>(vd, load_lanes<V>(a + i), vb));
+    }
+    for (; i + sizeof(Word) <= nBytes; i += sizeof(Word))
+        word(i);
+    for (; i < nBytes; ++i)
+        dst[i] = step<Op>(dst[i], a[i], b, i);
+}
+
+template <class Op, class V>
+[[gnu::always_inline]] inline void fill_lanes(std::uint8_t* dst, std::uint8_t pattern, std::size_t nBytes) noexcept {
+    const Word wp = static_cast<Word>(pattern) * 0x01010101u;
+    const V vp = splat<V>(pattern);
+    std::size_t i = 0;
+    while (i < nBytes && (reinterpret_cast<std::uintptr_t>(dst + i) & 3u) != 0) {
+        dst[i] = Op::byte(dst[i], pattern, pattern);
+        ++i;
+    }
+    for (; i + sizeof(Word) <= nBytes && (reinterpret_cast<std::uintptr_t>(dst + i) & (sizeof(V) - 1)) != 0;
+         i += sizeof(Word))
+        store_word(dst + i, Op::template word<Word>(load_word(dst + i), wp, wp));
+    for (; i + sizeof(V) <= nBytes; i += sizeof(V))
+        store_lanes(dst + i, Op::template word<V>(load_lanes<V>(dst + i), vp, vp));
+    for (; i + sizeof(Word) <= nBytes; i += sizeof(Word))
+        store_word(dst + i, Op::template word<Word>(load_word(dst + i), wp, wp));
+    for (; i < nBytes; ++i)
+        dst[i] = Op::byte(dst[i], pattern, pattern);
+}
+
+// Bytes p[0..sizeof(V)-1] each shifted left by sh with the top bits of the next byte.
+template <class V>
+[[gnu::always_inline]] inline V realigned(const std::uint8_t* p, unsigned sh, V keepHigh, V keepLow) noexcept {
+    return ((load_lanes<V>(p) << sh) & keepHigh) | ((load_lanes<V>(p + 1) >> (8 - sh)) & keepLow);
+}
+
+// Destination bytes 0..count-1 of a realigned operation with 0 < sh < 8: each
+// output byte is a[i] << sh with the top bits of a[i + 1] brought in (b alike).
+// The lanes do 32 or 64 bytes a round; then eight bytes a round: read a word with
+// the first byte most significant, shift it, bring in the top bits of the next
+// byte, store it back in memory order; then single bytes. Bytes a[0..count]
+// are read, all inside the source vector.
+template <class Op, class V>
+[[gnu::always_inline]] inline void realign_lanes(std::uint8_t* dst, const std::uint8_t* a, const std::uint8_t* b,
+                                                 std::size_t count, unsigned sh) noexcept {
+    const unsigned back = 8 - sh;
+    const V keepHigh = splat<V>(static_cast<std::uint8_t>(0xFFu << sh));  // bits a byte keeps of itself
+    const V keepLow = splat<V>(static_cast<std::uint8_t>(0xFFu >> back));  // bits it takes from the next
+    auto one = [&](std::size_t i) {
+        const auto ba = static_cast<std::uint8_t>((a[i] << sh) | (a[i + 1] >> back));
+        const auto bb = two_sources<Op> ? static_cast<std::uint8_t>((b[i] << sh) | (b[i + 1] >> back)) : 0;
+        dst[i] = Op::byte(dst[i], ba, bb);
+    };
+    auto eight = [&](std::size_t i) {
+        const std::uint64_t wa = (load_be64(a + i) << sh) | (a[i + 8] >> back);
+        const std::uint64_t wb = two_sources<Op> ? (load_be64(b + i) << sh) | (b[i + 8] >> back) : 0;
+        const std::uint64_t wd = reads_dst<Op> ? load_be64(dst + i) : 0;
+        store_be64(dst + i, Op::template word<std::uint64_t>(wd, wa, wb));
+    };
+    auto misaligned = [&](std::size_t i, std::size_t to) {
+        return (reinterpret_cast<std::uintptr_t>(dst + i) & (to - 1)) != 0;
+    };
+    std::size_t i = 0;
+    if (count >= 4 * sizeof(V)) {  // long runs: align the stores first
+        while (misaligned(i, 8))
+            one(i++);
+        for (; misaligned(i, sizeof(V)); i += 8)
+            eight(i);
+    }
+    for (; i + sizeof(V) <= count; i += sizeof(V)) {
+        const V va = realigned<V>(a + i, sh, keepHigh, keepLow);
+        const V vb = two_sources<Op> ? realigned<V>(b + i, sh, keepHigh, keepLow) : V{};
+        const V vd = reads_dst<Op> ? load_lanes<V>(dst + i) : V{};
+        store_lanes(dst + i, Op::template word<V>(vd, va, vb));
+    }
+    for (; i + 8 <= count; i += 8)
+        eight(i);
+    for (; i < count; ++i)
+        one(i);
+}
+
+#if QX_PACKED_DISPATCH
+template <class Op>
+QX_PACKED_AVX512 void block_avx512(std::uint8_t* dst, const std::uint8_t* a, const std::uint8_t* b, std::size_t n) noexcept {
+    block_lanes<Op, WideLanes>(dst, a, b, n);
+}
+template <class Op>
+QX_PACKED_AVX512 void fill_avx512(std::uint8_t* dst, std::uint8_t pattern, std::size_t n) noexcept {
+    fill_lanes<Op, WideLanes>(dst, pattern, n);
+}
+template <class Op>
+QX_PACKED_AVX512 void realign_avx512(std::uint8_t* dst, const std::uint8_t* a, const std::uint8_t* b, std::size_t n,
+                                     unsigned sh) noexcept {
+    realign_lanes<Op, WideLanes>(dst, a, b, n, sh);
+}
+template <class Op>
+QX_PACKED_AVX2 void block_avx2(std::uint8_t* dst, const std::uint8_t* a, const std::uint8_t* b, std::size_t n) noexcept {
+    block_lanes<Op, Lanes>(dst, a, b, n);
+}
+template <class Op>
+QX_PACKED_AVX2 void fill_avx2(std::uint8_t* dst, std::uint8_t pattern, std::size_t n) noexcept {
+    fill_lanes<Op, Lanes>(dst, pattern, n);
+}
+template <class Op>
+QX_PACKED_AVX2 void realign_avx2(std::uint8_t* dst, const std::uint8_t* a, const std::uint8_t* b, std::size_t n,
+                                 unsigned sh) noexcept {
+    realign_lanes<Op, Lanes>(dst, a, b, n, sh);
+}
+#endif
+
+template <class Op>
+void block_base(std::uint8_t* dst, const std::uint8_t* a, const std::uint8_t* b, std::size_t n) noexcept {
+    block_lanes<Op, Lanes>(dst, a, b, n);
+}
+template <class Op>
+void fill_base(std::uint8_t* dst, std::uint8_t pattern, std::size_t n) noexcept {
+    fill_lanes<Op, Lanes>(dst, pattern, n);
+}
+template <class Op>
+void realign_base(std::uint8_t* dst, const std::uint8_t* a, const std::uint8_t* b, std::size_t n, unsigned sh) noexcept {
+    realign_lanes<Op, Lanes>(dst, a, b, n, sh);
+}
+
+}  // namespace detail
+
+// dst[i] = Op(dst[i], a[i], b[i]) for nBytes whole bytes (b is read only by
+// two-source operations): single bytes until dst is 4-byte aligned, then
+// words, then the remaining bytes. A copy moves the bytes with memmove, which
+// stores the same bytes.
 template <class Op>
 inline void block(std::uint8_t* dst, const std::uint8_t* a, const std::uint8_t* b, std::size_t nBytes) noexcept {
     if constexpr (std::is_same_v<Op, OpCopy>) {
         if (nBytes)
             std::memmove(dst, a, nBytes);
-        return;
     } else {
-        std::size_t i = 0;
-        while (i < nBytes && (reinterpret_cast<std::uintptr_t>(dst + i) & 3u) != 0) {
-            dst[i] = Op::byte(dst[i], a ? a[i] : 0, b ? b[i] : 0);
-            ++i;
-        }
-        for (; i + sizeof(Word) <= nBytes; i += sizeof(Word)) {
-            const Word wa = a ? load_word(a + i) : 0;
-            const Word wb = b ? load_word(b + i) : 0;
-            const Word wd = reads_dst<Op> ? load_word(dst + i) : 0;
-            store_word(dst + i, Op::template word<Word>(wd, wa, wb));
-        }
-        for (; i < nBytes; ++i)
-            dst[i] = Op::byte(dst[i], a ? a[i] : 0, b ? b[i] : 0);
+#if QX_PACKED_DISPATCH
+        if (use_avx512())
+            return detail::block_avx512<Op>(dst, a, b, nBytes);
+        if (use_avx2())
+            return detail::block_avx2<Op>(dst, a, b, nBytes);
+#endif
+        detail::block_base<Op>(dst, a, b, nBytes);
     }
 }
 
@@ -216,25 +431,22 @@ inline void block_fill(std::uint8_t* dst, std::uint8_t pattern, std::size_t nByt
         if (nBytes)
             std::memset(dst, pattern, nBytes);
     } else {
-        const Word wp = static_cast<Word>(pattern) * 0x01010101u;
-        std::size_t i = 0;
-        while (i < nBytes && (reinterpret_cast<std::uintptr_t>(dst + i) & 3u) != 0) {
-            dst[i] = Op::byte(dst[i], pattern, pattern);
-            ++i;
-        }
-        for (; i + sizeof(Word) <= nBytes; i += sizeof(Word))
-            store_word(dst + i, Op::template word<Word>(load_word(dst + i), wp, wp));
-        for (; i < nBytes; ++i)
-            dst[i] = Op::byte(dst[i], pattern, pattern);
+#if QX_PACKED_DISPATCH
+        if (use_avx512())
+            return detail::fill_avx512<Op>(dst, pattern, nBytes);
+        if (use_avx2())
+            return detail::fill_avx2<Op>(dst, pattern, nBytes);
+#endif
+        detail::fill_base<Op>(dst, pattern, nBytes);
     }
 }
 
-// Elements of a wider type replicated into bytes: fills count elements of T
-// with val (Zero and Set of bytes, shorts and floats).
-template <class T>
-inline void fill_elements(T* dst, T val, std::size_t count) noexcept {
+// dst[i] = Op(dst[i], val) over count elements of an unsigned type T (the
+// scalar forms of shorts, and Set of shorts and floats through OpCopy).
+template <class Op, class T>
+inline void elements_fill(T* dst, T val, std::size_t count) noexcept {
     for (std::size_t i = 0; i < count; ++i)
-        dst[i] = val;
+        dst[i] = Op::template word<T>(dst[i], val, val);
 }
 
 // ----------------------------------------------------- packed operations
@@ -267,34 +479,11 @@ inline std::uint8_t fetch_edge(const std::uint8_t* src, std::int64_t srcLast, st
     return static_cast<std::uint8_t>(((hi << sh) | (lo >> ((8 - sh) & 7))) & 0xFFu);
 }
 
-// Destination bytes 1..count of a realigned operation with 0 < sh < 8: each
-// output byte is src[i] << sh with the top bits of src[i + 1]. Eight bytes a
-// round: read a word with the first byte most significant, shift it, bring in
-// the top bits of the next byte, store it back in memory order. All bytes read
-// lie inside the source vector.
-template <class Op>
-inline void realigned_middle(std::uint8_t* dst, const std::uint8_t* a, const std::uint8_t* b, std::size_t count,
-                             unsigned sh) noexcept {
-    const unsigned back = 8 - sh;
-    std::size_t i = 0;
-    for (; i + 8 <= count; i += 8) {
-        const std::uint64_t wa = a ? (load_be64(a + i) << sh) | (a[i + 8] >> back) : 0;
-        const std::uint64_t wb = b ? (load_be64(b + i) << sh) | (b[i + 8] >> back) : 0;
-        const std::uint64_t wd = reads_dst<Op> ? load_be64(dst + i) : 0;
-        store_be64(dst + i, Op::template word<std::uint64_t>(wd, wa, wb));
-    }
-    for (; i < count; ++i) {
-        const std::uint8_t ba = a ? static_cast<std::uint8_t>((a[i] << sh) | (a[i + 1] >> back)) : 0;
-        const std::uint8_t bb = b ? static_cast<std::uint8_t>((b[i] << sh) | (b[i + 1] >> back)) : 0;
-        dst[i] = Op::byte(dst[i], ba, bb);
-    }
-}
-
 }  // namespace detail
 
 // dst[k] = Op(dst[k], a[k], b[k]) for nBits bits: the destination starts at
 // dstStartPos, both sources at srcStartPos (b may be null for one-source
-// operations). The first and last destination bytes are merged under their
+// operations, never read by the others). The first and last destination bytes are merged under their
 // masks; only bytes of the vectors are read or written.
 template <class Op>
 inline void bits_apply(std::uint8_t* dst, int dstStartPos, const std::uint8_t* a, const std::uint8_t* b,
@@ -304,8 +493,8 @@ inline void bits_apply(std::uint8_t* dst, int dstStartPos, const std::uint8_t* a
     const std::int64_t srcLast = span(srcStartPos, nBits).last;
 
     auto edge = [&](std::int64_t j, std::uint8_t mask) {
-        const std::uint8_t ba = a ? detail::fetch_edge(a, srcLast, j, delta) : 0;
-        const std::uint8_t bb = b ? detail::fetch_edge(b, srcLast, j, delta) : 0;
+        const std::uint8_t ba = detail::fetch_edge(a, srcLast, j, delta);
+        const std::uint8_t bb = two_sources<Op> ? detail::fetch_edge(b, srcLast, j, delta) : 0;
         dst[j] = merge(dst[j], Op::byte(dst[j], ba, bb), mask);
     };
 
@@ -315,13 +504,22 @@ inline void bits_apply(std::uint8_t* dst, int dstStartPos, const std::uint8_t* a
     const auto count = static_cast<std::size_t>(s.last - 1);
     if (count) {
         if (delta == 0) {
-            block<Op>(dst + 1, a ? a + 1 : nullptr, b ? b + 1 : nullptr, count);
+            block<Op>(dst + 1, a + 1, two_sources<Op> ? b + 1 : nullptr, count);
         } else {
             // Destination byte 1 starts at source bit 8 + delta.
             const std::int64_t q = 8 + delta;
             const std::int64_t qb = q >> 3;
             const unsigned sh = static_cast<unsigned>(q & 7);
-            detail::realigned_middle<Op>(dst + 1, a ? a + qb : nullptr, b ? b + qb : nullptr, count, sh);
+            const std::uint8_t* ra = a + qb;
+            const std::uint8_t* rb = two_sources<Op> ? b + qb : nullptr;
+#if QX_PACKED_DISPATCH
+            if (use_avx512())
+                detail::realign_avx512<Op>(dst + 1, ra, rb, count, sh);
+            else if (use_avx2())
+                detail::realign_avx2<Op>(dst + 1, ra, rb, count, sh);
+            else
+#endif
+                detail::realign_base<Op>(dst + 1, ra, rb, count, sh);
         }
     }
     edge(s.last, s.tail);
@@ -338,6 +536,92 @@ template <class Op>
 inline void nibbles_apply(std::uint8_t* dst, int dstStartPos, const std::uint8_t* a, const std::uint8_t* b,
                           int srcStartPos, std::int64_t n) noexcept {
     bits_apply<Op>(dst, nibble_bit_start(dstStartPos), a, b, nibble_bit_start(srcStartPos), 4 * n);
+}
+
+// ------------------------------------------------------------- mirroring
+
+namespace detail {
+
+[[gnu::always_inline]] inline void reverse_lanes(std::uint8_t* out, const std::uint8_t* in, std::size_t n) noexcept {
+    std::size_t i = 0;
+    for (; i + kLanes <= n; i += kLanes) {
+        const ByteLanes v = load_lanes<ByteLanes>(in + i);
+#if defined(__clang__)
+        const ByteLanes r = __builtin_shufflevector(v, v, 31, 30, 29, 28, 27, 26, 25, 24, 23, 22, 21, 20, 19, 18, 17, 16,
+                                                15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
+#else
+        const ByteLanes r = __builtin_shuffle(v, ByteLanes{31, 30, 29, 28, 27, 26, 25, 24, 23, 22, 21, 20, 19, 18, 17, 16, 15,
+                                                   14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0});
+#endif
+        store_lanes(out + (n - i - kLanes), r);
+    }
+    for (; i < n; ++i)
+        out[n - 1 - i] = in[i];
+}
+
+#if QX_PACKED_DISPATCH
+QX_PACKED_AVX2 inline void reverse_avx2(std::uint8_t* out, const std::uint8_t* in, std::size_t n) noexcept {
+    reverse_lanes(out, in, n);
+}
+#endif
+inline void reverse_base(std::uint8_t* out, const std::uint8_t* in, std::size_t n) noexcept {
+    reverse_lanes(out, in, n);
+}
+
+// Bits [q, q + 8) of a vector starting at bit 7 of byte 0 whose bytes run to
+// `last`; bits outside the vector read as zero.
+inline std::uint8_t window(const std::uint8_t* v, std::int64_t last, std::int64_t q) noexcept {
+    const std::int64_t qb = q >> 3;
+    const unsigned sh = static_cast<unsigned>(q & 7);
+    const unsigned hi = (qb >= 0 && qb <= last) ? v[qb] : 0u;
+    const unsigned lo = (sh != 0 && qb + 1 >= 0 && qb + 1 <= last) ? v[qb + 1] : 0u;
+    return static_cast<std::uint8_t>(((hi << sh) | (lo >> ((8 - sh) & 7))) & 0xFFu);
+}
+
+constexpr std::uint8_t reverse_bits(std::uint8_t b) noexcept {
+    unsigned x = b;
+    x = ((x & 0xF0u) >> 4) | ((x & 0x0Fu) << 4);
+    x = ((x & 0xCCu) >> 2) | ((x & 0x33u) << 2);
+    x = ((x & 0xAAu) >> 1) | ((x & 0x55u) << 1);
+    return static_cast<std::uint8_t>(x);
+}
+constexpr std::uint8_t swap_nibbles(std::uint8_t b) noexcept {
+    return static_cast<std::uint8_t>((b >> 4) | ((b & 0x0Fu) << 4));
+}
+
+// Output byte k holds pixels k*per .. k*per+per-1, which come from the input
+// pixels n-1-k*per down to n-per-k*per: one byte-wide window of the input,
+// reversed pixel by pixel. The last output byte is merged under its mask.
+template <int Bits>
+inline void mirror_packed(const std::uint8_t* in, std::uint8_t* out, std::int64_t nPixels) noexcept {
+    constexpr int per = 8 / Bits;
+    const std::int64_t nBits = nPixels * Bits;
+    const Span s = span(7, nBits);
+    for (std::int64_t k = 0; k <= s.last; ++k) {
+        const std::uint8_t w = window(in, s.last, (nPixels - per - k * per) * Bits);
+        const std::uint8_t r = Bits == 1 ? reverse_bits(w) : swap_nibbles(w);
+        out[k] = k == s.last ? merge(out[k], r, s.last == 0 ? s.first : s.tail) : r;
+    }
+}
+
+}  // namespace detail
+
+// out[n-1-i] = in[i] for n bytes (in and out apart).
+inline void reverse_bytes(std::uint8_t* out, const std::uint8_t* in, std::size_t n) noexcept {
+#if QX_PACKED_DISPATCH
+    if (use_avx2())
+        return detail::reverse_avx2(out, in, n);
+#endif
+    detail::reverse_base(out, in, n);
+}
+
+// Pixel c of the byte-aligned packed row `in` goes to pixel n-1-c of `out`;
+// bits of `out` after the row keep their values. Rows must not overlap.
+inline void mirror_bits(const std::uint8_t* in, std::uint8_t* out, std::int64_t n) noexcept {
+    detail::mirror_packed<1>(in, out, n);
+}
+inline void mirror_nibbles(const std::uint8_t* in, std::uint8_t* out, std::int64_t n) noexcept {
+    detail::mirror_packed<4>(in, out, n);
 }
 
 }  // namespace qx::packed

@@ -572,6 +572,15 @@ QX_API int QXwEvalDTW(const int* idList, int nPatterns, short** testSeq, int tes
 
 /* ======================================================================
  * Gaussian mixtures
+ *
+ * value(x) = sum_k weightVect[k] * exp(-0.5 * (x-m_k)' C_k (x-m_k)), with C_k
+ * a full matrix (InverseCov[k][i][j]) or a diagonal of reciprocal variances
+ * (InverseCovD[k][i]): pass exactly one, the other NULL. No normalising
+ * constant is applied. A server refers to the caller's arrays without copying
+ * them. useExpTable: exponentials from shared tables (faster, up to 0.1 %
+ * high, 0 below exp(-100); a positive exponent is refused with -3).
+ * The 16-bit form multiplies the quadratic form by 2^scaleExp and converts
+ * the result down with doScale/scaleFactor.
  * ====================================================================== */
 typedef struct QXsGaussMixServer QXsGaussMixServer;
 typedef struct QXwGaussMixServer QXwGaussMixServer;
@@ -598,6 +607,15 @@ QX_API void QXwFreeGaussMixServer(QXwGaussMixServer* server);
 #define QX_HMM_CONT        0x00400000
 #define QX_HMM_DISCRETE    0x00800000
 
+/* Inits copy the caller's arrays and return a positive id (the smallest free
+ * one) or -1. flags bit 0 (QX_HMM_COST) declares non-negative costs (negative
+ * logarithms) rather than probabilities; the evaluations need it. Impossible
+ * transitions cost at least 1.0e30 (float) or 32767 (16-bit); band and
+ * left-to-right matrices are recognised and scored faster. outPdfs: one
+ * mixture per state (continuous) or the codebook of nSymbols mixtures
+ * (semicontinuous); the handle array is copied, the mixtures must outlive the
+ * server. costScaleFactor: pointer to the factor of the 16-bit output costs,
+ * read at every evaluation. */
 QX_API int QXsInitHMMServer(float** tprob, float** symbProb, float* iprob, int nStates, int nSymbols, int flags);
 QX_API int QXwInitHMMServer(short** tprob, short** symbProb, short* iprob, int nStates, int nSymbols, int flags);
 QX_API int QXsInitContHMMServer(float** tprob, float* iprob, QXsGaussMixServer** outPdfs, int nStates, int nQuant,
@@ -608,14 +626,22 @@ QX_API int QXsInitSemicontHMMServer(float** tprob, float** weightVect, float* ip
                                     int nStates, int nSymbols, int nQuant, int flags);
 QX_API int QXwInitSemicontHMMServer(short** tprob, short** weightVect, short* iprob, QXwGaussMixServer** outPdfs,
                                     int nStates, int nSymbols, int nQuant, int flags, int* costScaleFactor);
+/* Frees the server and removes it from every class. */
 QX_API void QXFreeHMMServer(int HMMId);
+/* Classes: ids like servers; members of one flavour and data type, scored in
+ * ascending id order. Add/Remove/Delete return 1 or -1; removing a
+ * non-member is not an error. */
 QX_API int  QXCreateHMMClass(void);
 QX_API int  QXDeleteHMMClass(int classId);
 QX_API int  QXAddHMMToClass(int classId, int HMMId);
 QX_API int  QXRemoveHMMFromClass(int classId, int HMMId);
 QX_API void QXHMMFreeAll(void);
 
-/* HMMOrClassId > 0 names a server, < 0 the class -HMMOrClassId. */
+/* Viterbi scoring: HMMOrClassId > 0 names a server, < 0 the class
+ * -HMMOrClassId. Returns the least path cost and sets *bestHMMId (equal
+ * scores: the higher id); on failure 3.4028235e38 or 2147483647. 16-bit:
+ * doScale 1 shifts the cost right by *scaleFactor (left when negative), any
+ * other doScale sets *scaleFactor to 0. nqVect: nObserv frames of nQuant. */
 QX_API float QXsEvalHMMViterbi(int HMMOrClassId, const int* vect, int nObserv, int* bestHMMId);
 QX_API int   QXwEvalHMMViterbi(int HMMOrClassId, const int* vect, int nObserv, int* bestHMMId, int doScale,
                                int* scaleFactor);
@@ -629,11 +655,25 @@ QX_API int   QXwEvalSemicontHMMViterbi(int HMMOrClassId, short** nqVect, int nOb
 /* ======================================================================
  * Neural networks
  * ====================================================================== */
+/* Forward pass of a perceptron of logistic neurons 1/(e^-sum + 1), no bias.
+ * weights: layer 0 neuron 0's numberOfInputs weights, then neuron 1's, ...,
+ * then layer 1 with layerNeuronCounts[0] weights per neuron, and so on.
+ * output receives the last layer (layerNeuronCounts[numberOfLayers-1] values).
+ * 16-bit form: real input = input * 2^inputScaleFactor, real weight =
+ * weights * 2^weightsScaleFactor; the output is converted down with doScale
+ * and *scaleFactor as by QXdwbConvertDown. */
 QX_API void QXsMLPerceptron(int numberOfInputs, const float* input, int numberOfLayers, const int* layerNeuronCounts,
                             const float* weights, float* output);
 QX_API void QXwMLPerceptron(int numberOfInputs, int inputScaleFactor, const short* input, int numberOfLayers,
                             const int* layerNeuronCounts, int weightsScaleFactor, const short* weights, short* output,
                             int doScale, int* scaleFactor);
+/* Distances (squared, or their roots when doSqrt) from input to each of the
+ * numberOfOutputs codebook vectors stored one after another in weights.
+ * rankList (numberOfOutputs entries): the first min(numberOfRanks,
+ * numberOfOutputs) hold the 1-based numbers of the nearest neurons, nearest
+ * first; the rest hold 0-based numbers. numberOfRanks < 1 leaves it untouched.
+ * The 16-bit form checks doScale/scaleFactor but never scales: its distances
+ * are truncated to int. */
 QX_API void QXsVQKohonen(const float* input, int numberOfInputs, int numberOfOutputs, const float* weights,
                          int numberOfRanks, short* rankList, int doSqrt, float* output);
 QX_API void QXwVQKohonen(const short* input, int numberOfInputs, int numberOfOutputs, const short* weights,
@@ -661,7 +701,10 @@ QX_API void QXnCopyImage(unsigned char** image, unsigned char** outImage, const 
 QX_API int  QXyCopyImage(unsigned char** image, unsigned char** outImage, const QXRegion* copyRgn, int orgRow, int orgCol);
 QX_API int  QXtCopyImage(signed char** image, signed char** outImage, const QXRegion* copyRgn, int orgRow, int orgCol);
 
-/* angle 90, -90 or 180; the picture is centred in the output and cropped. */
+/* angle 90 (counter-clockwise), -90 (clockwise) or 180. The rotated picture
+ * is centred in the nOutRows x nOutCols output: margins keep their pixels,
+ * overhang is cropped. Stops at the first bad argument and returns the error
+ * handler's result; does not look at the status word. */
 QX_API int QXbRotateImage(unsigned char** image, unsigned char** outImage, int angle, int nInRows, int nInCols,
                           int nOutRows, int nOutCols);
 QX_API int QXnRotateImage(unsigned char** image, unsigned char** outImage, int angle, int nInRows, int nInCols,
@@ -671,9 +714,14 @@ QX_API int QXyRotateImage(unsigned char** image, unsigned char** outImage, int a
 QX_API int QXtRotateImage(signed char** image, signed char** outImage, int angle, int nInRows, int nInCols,
                           int nOutRows, int nOutCols);
 
-/* Data type codes: image/out 0 signed byte, 1 nibble, 2 unsigned byte, 3 bit;
- * mask 0 signed byte, 1 short. image, mask and outImage are row-pointer
- * arrays of those types. convolveRegion may be NULL (whole image). */
+/* Correlation with the mask anchored at (nMaskRows/2, nMaskCols/2), zero
+ * padding, no flip. Data type codes: image/out 0 signed byte, 1 nibble,
+ * 2 unsigned byte, 3 bit; mask 0 signed byte, 1 short. image, mask and
+ * outImage are row-pointer arrays of those types; outImage has the image's
+ * geometry. convolveRegion may be NULL (whole image); pixels outside it are
+ * not touched. Sums truncate to int, then doScale 1 shifts right by
+ * *scaleFactor (left when negative), 3 saturates to the output type, 0 and 2
+ * change nothing; the low bits are stored. Returns 0, or a negative status. */
 QX_API int QXMaskConvolve(void* image, void* mask, void* outImage, int imageDataType, int maskDataType, int outDataType,
                           int nImageRows, int nImageCols, int nMaskRows, int nMaskCols, const QXRegion* convolveRegion,
                           int doScale, int* scaleFactor);

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "kvx_test.h"
+#include "qx_packed.h"
 
 using kvxtest::LibTest;
 using kvxtest::Rep;
@@ -122,4 +123,101 @@ TEST_F(PlainVectors, ChecksRunInOrderAndStopTheWork) {
     QXSetStatus(0);
     QXybSet(9, y, 2);
     EXPECT_EQ(y[1], 9);
+}
+
+namespace {
+
+// Element-wise reference for the byte and short logic.
+template <class T>
+struct LogicCase {
+    const char* name;
+    void (*x2)(const T*, T*, int);
+    void (*x3)(const T*, const T*, T*, int);
+    void (*x2s)(T, T*, int);
+    int (*op)(int, int);
+};
+
+template <class T>
+void check_logic(const LogicCase<T>& c, T guard) {
+    for (int off = 0; off < 4; ++off)
+        for (int n : {1, 2, 3, 5, 8, 13, 33, 70, 300, 517}) {
+            std::vector<T> a(static_cast<std::size_t>(n) + off), b(a.size());
+            for (std::size_t i = 0; i < a.size(); ++i) {
+                a[i] = static_cast<T>(i * 0x9E37u + 0x1234u);
+                b[i] = static_cast<T>(i * 0x7F4Au ^ 0xC3A5u);
+            }
+            Guarded<T> d(n + off, guard);
+            for (int i = 0; i < n + off; ++i)
+                d.data()[i] = b[i];
+            c.x2(a.data() + off, d.data() + off, n);
+            for (int i = 0; i < n; ++i)
+                EXPECT_EQ(d.data()[i + off], static_cast<T>(c.op(b[i + off], a[i + off]))) << c.name << " X2 " << n;
+            c.x3(a.data(), b.data() + off, d.data() + off, n);
+            for (int i = 0; i < n; ++i)
+                EXPECT_EQ(d.data()[i + off], static_cast<T>(c.op(a[i], b[i + off]))) << c.name << " X3 " << n;
+            const T val = static_cast<T>(0xA55A);
+            c.x2s(val, d.data() + off, n);
+            for (int i = 0; i < n; ++i)
+                EXPECT_EQ(d.data()[i + off], static_cast<T>(c.op(c.op(a[i], b[i + off]), val))) << c.name << " X2s " << n;
+            for (int i = 0; i < off; ++i)
+                EXPECT_EQ(d.data()[i], b[i]);
+            EXPECT_TRUE(d.guards_are(guard));
+        }
+}
+
+}  // namespace
+
+TEST_F(PlainVectors, ByteAndShortLogicMatchTheElementwiseReference) {
+    for (int limit : {0, 1, 2}) {
+        qx::packed::lane_limit() = limit;  // every width of the kernels
+        check_logic<unsigned char>({"and", QXybAnd2, QXybAnd3, QXybAnd2s, [](int x, int y) { return x & y; }}, 0x66);
+        check_logic<unsigned char>({"or", QXybOr2, QXybOr3, QXybOr2s, [](int x, int y) { return x | y; }}, 0x66);
+        check_logic<unsigned char>({"xor", QXybXor2, QXybXor3, QXybXor2s, [](int x, int y) { return x ^ y; }}, 0x66);
+        check_logic<short>({"and", QXwbAnd2, QXwbAnd3, QXwbAnd2s, [](int x, int y) { return x & y; }}, 0x6666);
+        check_logic<short>({"or", QXwbOr2, QXwbOr3, QXwbOr2s, [](int x, int y) { return x | y; }}, 0x6666);
+        check_logic<short>({"xor", QXwbXor2, QXwbXor3, QXwbXor2s, [](int x, int y) { return x ^ y; }}, 0x6666);
+
+        for (int n : {1, 6, 37}) {
+            Guarded<unsigned char> y(n, 0x11);
+            Guarded<short> w(n, 0x2222);
+            for (int i = 0; i < n; ++i) {
+                y.data()[i] = static_cast<unsigned char>(i * 29);
+                w.data()[i] = static_cast<short>(i * 2999 - 7000);
+            }
+            QXybNot(y.data(), n);
+            QXwbNot(w.data(), n);
+            for (int i = 0; i < n; ++i) {
+                EXPECT_EQ(y.data()[i], static_cast<unsigned char>(~(i * 29)));
+                EXPECT_EQ(w.data()[i], static_cast<short>(~(i * 2999 - 7000)));
+            }
+            EXPECT_TRUE(y.guards_are(0x11));
+            EXPECT_TRUE(w.guards_are(0x2222));
+        }
+    }
+    qx::packed::lane_limit() = 0;
+    EXPECT_TRUE(got().empty());
+}
+
+TEST_F(PlainVectors, LogicChecksInOrder) {
+    short w[1] = {5};
+    QXybAnd3(nullptr, nullptr, nullptr, 0);
+    QXwbXor2(nullptr, nullptr, -2);
+    QXwbOr2s(1, nullptr, 0);
+    QXybNot(nullptr, 0);
+    QXwbNot(w, 0);
+    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXybAnd3", "n<=0"},
+                                      {-5, "QXybAnd3", "srcA==0"},
+                                      {-5, "QXybAnd3", "srcB==0"},
+                                      {-5, "QXybAnd3", "dst==0"},
+                                      {-5, "QXwbXor2", "n<=0"},
+                                      {-5, "QXwbXor2", "src==0"},
+                                      {-5, "QXwbXor2", "dst==0"},
+                                      {-5, "QXwbOr2s", "n<=0"},
+                                      {-5, "QXwbOr2s", "dst==0"},
+                                      {-5, "QXybNot", "n<=0"},
+                                      {-5, "QXybNot", "dst==0"},
+                                      {-5, "QXwbNot", "n<=0"}}));
+    for (auto& r : kvxtest::reports())
+        EXPECT_TRUE(kvxtest::names_raising_line(r));
+    EXPECT_EQ(w[0], 5);
 }

@@ -1,0 +1,104 @@
+// Absolute value of signed vectors, in place (Abs) and into a second vector
+// (Abs2). There is no saturation: the most negative integer stays as it is,
+// since its negation wraps to itself. Floats below zero are negated, so a
+// negative zero stays negative zero.
+#include <cstdint>
+#include <type_traits>
+
+#include "kvxpx.h"
+#include "qx_report.h"
+#include "qx_scale.h"
+
+namespace {
+
+template <class T>
+T magnitude(T x) noexcept {
+    if constexpr (std::is_floating_point_v<T>) {
+        return x < 0 ? -x : x;
+    } else {
+        std::int32_t v = x;
+        return static_cast<T>(static_cast<std::uint32_t>(v < 0 ? -v : v));
+    }
+}
+
+// The in-place form runs from the last element to the first.
+template <class T>
+void abs_in_place(T* v, long n) noexcept {
+    for (long k = n; k-- > 0;)
+        v[k] = magnitude(v[k]);
+}
+
+template <class T>
+void abs_copy(const T* src, T* dst, long n) noexcept {
+    for (long k = 0; k < n; ++k)
+        dst[k] = magnitude(src[k]);
+}
+
+}  // namespace
+
+extern "C" {
+
+QX_API int QXtbAbs(signed char* srcDst, int n) {
+    constexpr qx::Report r{"QXtbAbs"};
+    r.check(n <= 0, "n<=0");
+    r.check(srcDst == nullptr, "dst==0");
+    if (qx::Report::failed())
+        return QXGetStatus();
+    abs_in_place(srcDst, n);
+    return 0;
+}
+
+QX_API int QXwbAbs(short* srcDst, int n) {
+    constexpr qx::Report r{"QXwbAbs"};
+    r.check(n <= 0, "n<=0");
+    r.check(srcDst == nullptr, "dst==0");
+    if (qx::Report::failed())
+        return QXGetStatus();
+    abs_in_place(srcDst, n);
+    return 0;
+}
+
+QX_API int QXsbAbs(float* srcDst, int n) {
+    constexpr qx::Report r{"QXsbAbs"};
+    r.check(n <= 0, "n<=0");
+    r.check(srcDst == nullptr, "dst==0");
+    if (qx::Report::failed())
+        return QXGetStatus();
+    abs_in_place(srcDst, n);
+    return 0;
+}
+
+QX_API int QXtbAbs2(const signed char* src, signed char* dst, int n) {
+    constexpr qx::Report r{"QXtbAbs2"};
+    r.check(n <= 0, "n<=0");
+    r.check(src == nullptr, "src==0");
+    r.check(dst == nullptr, "dst==0");
+    if (qx::Report::failed())
+        return QXGetStatus();
+    abs_copy(src, dst, n);
+    return 0;
+}
+
+QX_API int QXwbAbs2(const short* src, short* dst, int n) {
+    constexpr qx::Report r{"QXwbAbs2"};
+    r.check(n <= 0, "n<=0");
+    r.check(src == nullptr, "src==0");
+    r.check(dst == nullptr, "dst==0");
+    if (qx::Report::failed())
+        return QXGetStatus();
+    abs_copy(src, dst, n);
+    return 0;
+}
+
+QX_API int QXsbAbs2(const float* src, float* dst, int n) {
+    constexpr qx::Report r{"QXsbAbs2"};
+    r.check(n <= 0, "n<=0");
+    r.check(src == nullptr, "src==0");
+    r.check(dst == nullptr, "dst==0");
+    if (qx::Report::failed())
+        return QXGetStatus();
+    abs_copy(src, dst, n);
+    return 0;
+}
+
+}  // extern "C"

@@ -1,0 +1,514 @@
+// FFT tables (bit reversal, complex and real-transform twiddles), their cache
+// in the working context, and the float transforms: complex, real signal to
+// packed spectrum, packed spectrum to real signal.
+#include <cmath>
+#include <cstring>
+#include <immintrin.h>
+#include <initializer_list>
+#include <numbers>
+
+#include "kvxpx.h"
+#include "qx_alloc.h"
+#include "qx_context.h"
+#include "qx_fft.h"
+#include "qx_report.h"
+
+namespace {
+
+using qx::fft::FloatOps;
+
+std::size_t points(int order) noexcept { return std::size_t{1} << order; }
+
+// Bit-reversed indices of n = 2^order points, by the reversed-counter walk.
+void calc_bit_reversal(int* tbl, int order) noexcept {
+    const std::size_t n = points(order);
+    tbl[0] = 0;
+    tbl[n - 1] = static_cast<int>(n - 1);
+    std::size_t j = 0;
+    for (std::size_t i = 1; i + 1 < n; ++i) {
+        std::size_t bit = n >> 1;
+        while (j & bit) {
+            j ^= bit;
+            bit >>= 1;
+        }
+        j |= bit;
+        if (i <= j) {
+            tbl[i] = static_cast<int>(j);
+            tbl[j] = static_cast<int>(i);
+        }
+    }
+}
+
+// e^(-2*pi*i*k/n): only the power-of-two fractions of the circle come from
+// sine and cosine; the other first-octant entries are products of two table
+// entries, the rest follow by symmetry.
+void calc_twiddles(float* t, int order) noexcept {
+    const std::size_t n = points(order);
+    t[0] = 1.0f;
+    t[1] = 0.0f;
+    double a = -std::numbers::pi / 4;
+    std::size_t s = n / 8, p = n / 4;
+    while (s > 0) {
+        t[2 * s] = static_cast<float>(std::cos(a));
+        t[2 * s + 1] = static_cast<float>(std::sin(a));
+        const double sr = t[2 * s], si = t[2 * s + 1];
+        for (std::size_t e = p + s; e < n / 8; e += p) {
+            const double mr = t[2 * (e - s)], mi = t[2 * (e - s) + 1];
+            t[2 * e] = static_cast<float>(mr * sr - mi * si);
+            t[2 * e + 1] = static_cast<float>(mr * si + mi * sr);
+        }
+        a /= 2;
+        p = s;
+        s /= 2;
+    }
+    for (std::size_t k = 1; k < n / 8; ++k) {
+        t[2 * (n / 4 - k)] = -t[2 * k + 1];
+        t[2 * (n / 4 - k) + 1] = -t[2 * k];
+    }
+    for (std::size_t k = 0; k < n / 4; ++k) {
+        t[2 * (n / 4 + k)] = t[2 * k + 1];
+        t[2 * (n / 4 + k) + 1] = -t[2 * k];
+    }
+    for (std::size_t k = 0; k < n / 2; ++k) {
+        t[2 * (n / 2 + k)] = -t[2 * k];
+        t[2 * (n / 2 + k) + 1] = -t[2 * k + 1];
+    }
+}
+
+// tbl1[i] = tbl2[2i] for the n complex entries of tbl1.
+template <class T>
+void decimate(T* tbl1, const T* tbl2, int order) noexcept {
+    const std::size_t n = points(order);
+    for (std::size_t i = 0; i < n; ++i) {
+        tbl1[2 * i] = tbl2[4 * i];
+        tbl1[2 * i + 1] = tbl2[4 * i + 1];
+    }
+}
+
+// ---------------------------------------------------------------------------
+// The float core with AVX2, two butterflies at a time, chosen at run time.
+// Every lane performs the double operations of the scalar Radix4<FloatOps> in
+// the same order (sign changes by toggling sign bits, a - b as a + (-b), no
+// fused multiply-add), so both paths give the same bits.
+
+#define QX_AVX2 __attribute__((target("avx2")))
+
+QX_AVX2 inline __m256d load2(const float* p) noexcept { return _mm256_cvtps_pd(_mm_loadu_ps(p)); }
+QX_AVX2 inline void store2(float* p, __m256d v) noexcept { _mm_storeu_ps(p, _mm256_cvtpd_ps(v)); }
+
+// Twiddles W(j0 * s) and W((j0 + 1) * s).
+QX_AVX2 inline __m256d twiddles2(const float* w, std::size_t j0, std::size_t s) noexcept {
+    const float* p = w + 2 * j0 * s;
+    if (s == 1)
+        return load2(p);
+    __m128d lo = _mm_load_sd(reinterpret_cast<const double*>(p));
+    __m128d both = _mm_loadh_pd(lo, reinterpret_cast<const double*>(p + 2 * s));
+    return _mm256_cvtps_pd(_mm_castpd_ps(both));
+}
+
+QX_AVX2 inline __m256d swap_pairs(__m256d x) noexcept { return _mm256_permute_pd(x, 0b0101); }
+QX_AVX2 inline __m256d flip_im(__m256d x) noexcept { return _mm256_xor_pd(x, _mm256_set_pd(-0.0, 0.0, -0.0, 0.0)); }
+
+// x * w per complex lane: (xr wr - xi wi, xi wr + xr wi).
+QX_AVX2 inline __m256d cmul(__m256d x, __m256d w) noexcept {
+    __m256d t1 = _mm256_mul_pd(x, _mm256_movedup_pd(w));
+    __m256d t2 = _mm256_mul_pd(swap_pairs(x), _mm256_permute_pd(w, 0b1111));
+    return _mm256_addsub_pd(t1, t2);
+}
+
+// Butterflies j0 and j0 + 1 of one group. kind 0: both general; 1: lane 0
+// is j = 0; 2: lane 0 is j = q/2; 3: lane 0 is j = 0 and lane 1 is j = q/2.
+template <int kind>
+QX_AVX2 inline void block2(float* p, std::size_t q, const float* w, std::size_t j0, std::size_t t) noexcept {
+    __m256d a = load2(p), b = load2(p + 2 * q), c = load2(p + 4 * q), d = load2(p + 6 * q);
+    __m256d s1 = _mm256_add_pd(a, c), s2 = _mm256_add_pd(b, d);
+    __m256d d1 = _mm256_sub_pd(a, c), d2 = _mm256_sub_pd(b, d);
+    __m256d x0 = _mm256_add_pd(s1, s2), x2 = _mm256_sub_pd(s1, s2);
+    __m256d x1 = _mm256_add_pd(d1, flip_im(swap_pairs(d2)));  // (a - c) - i(b - d)
+    __m256d x3 = _mm256_addsub_pd(d1, swap_pairs(d2));        // (a - c) + i(b - d)
+    __m256d y1 = x1, y2 = x2, y3 = x3;
+    if constexpr (kind != 3) {
+        y2 = cmul(x2, twiddles2(w, j0, 2 * t));
+        y1 = cmul(x1, twiddles2(w, j0, t));
+        y3 = cmul(x3, twiddles2(w, j0, 3 * t));
+    }
+    if constexpr (kind == 1 || kind == 3) {
+        y1 = _mm256_blend_pd(y1, x1, 0b0011);
+        y2 = _mm256_blend_pd(y2, x2, 0b0011);
+        y3 = _mm256_blend_pd(y3, x3, 0b0011);
+    }
+    if constexpr (kind == 2 || kind == 3) {
+        // W(2j) = -i, W(j) = c(1 - i), W(3j) = -c(1 + i) with the constant c
+        constexpr int lane = kind == 2 ? 0b0011 : 0b1100;
+        const __m256d k = _mm256_set1_pd(FloatOps::kC);
+        __m256d e2 = flip_im(swap_pairs(x2));
+        __m256d e1 = _mm256_mul_pd(k, _mm256_add_pd(x1, flip_im(swap_pairs(x1))));
+        __m256d e3 = flip_im(_mm256_mul_pd(k, _mm256_addsub_pd(swap_pairs(x3), x3)));
+        y1 = _mm256_blend_pd(y1, e1, lane);
+        y2 = _mm256_blend_pd(y2, e2, lane);
+        y3 = _mm256_blend_pd(y3, e3, lane);
+    }
+    store2(p, x0);
+    store2(p + 2 * q, y2);
+    store2(p + 4 * q, y1);
+    store2(p + 6 * q, y3);
+}
+
+// One radix-4 stage with q >= 2.
+QX_AVX2 void stage_avx2(float* x, std::size_t n, std::size_t q, std::size_t t, const float* w) noexcept {
+    const std::size_t L = 4 * q, mid = q / 2;
+    for (std::size_t g = 0; g < n; g += L) {
+        float* p = x + 2 * g;
+        if (q == 2) {
+            block2<3>(p, q, w, 0, t);
+            continue;
+        }
+        block2<1>(p, q, w, 0, t);
+        for (std::size_t j0 = 2; j0 < mid; j0 += 2)
+            block2<0>(p + 2 * j0, q, w, j0, t);
+        block2<2>(p + 2 * mid, q, w, mid, t);
+        for (std::size_t j0 = mid + 2; j0 < q; j0 += 2)
+            block2<0>(p + 2 * j0, q, w, j0, t);
+    }
+}
+
+// (u, v) -> (u + v, u - v) for the two complex halves of a vector.
+QX_AVX2 inline __m256d sum_dif(__m256d uv) noexcept {
+    __m256d u = _mm256_permute2f128_pd(uv, uv, 0x00), v = _mm256_permute2f128_pd(uv, uv, 0x11);
+    return _mm256_add_pd(u, _mm256_xor_pd(v, _mm256_set_pd(-0.0, -0.0, 0.0, 0.0)));
+}
+
+// The q = 1 stage: groups of four, no twiddles.
+QX_AVX2 void stage_q1_avx2(float* x, std::size_t n) noexcept {
+    for (std::size_t g = 0; g < n; g += 4) {
+        float* p = x + 2 * g;
+        __m256d ab = load2(p), cd = load2(p + 4);
+        __m256d s = _mm256_add_pd(ab, cd), d = _mm256_sub_pd(ab, cd);  // (a + c, b + d), (a - c, b - d)
+        __m256d dm = _mm256_xor_pd(_mm256_permute_pd(d, 0b0110), _mm256_set_pd(-0.0, 0.0, 0.0, 0.0));
+        store2(p, sum_dif(s));       // a + b + c + d, (a + c) - (b + d)
+        store2(p + 4, sum_dif(dm));  // (a - c) - i(b - d), (a - c) + i(b - d)
+    }
+}
+
+// The closing radix-2 pass of odd orders.
+QX_AVX2 void pairs_avx2(float* x, std::size_t n) noexcept {
+    for (std::size_t k = 0; k < n; k += 2)
+        store2(x + 2 * k, sum_dif(load2(x + 2 * k)));
+}
+
+const bool kHaveAvx2 = __builtin_cpu_supports("avx2");
+
+// Radix4<FloatOps>::run, with the AVX2 stages where the processor has them.
+void float_core(float* x, int order, const float* w, bool inverse) noexcept {
+    using Core = qx::fft::Radix4<FloatOps>;
+    if (!kHaveAvx2) {
+        Core::run(x, order, w, inverse);
+        return;
+    }
+    const std::size_t n = points(order);
+    if (n == 2) {
+        Core::pair(x);
+        return;
+    }
+    if (inverse)
+        FloatOps::conj(x, n);
+    std::size_t t = 1;
+    for (std::size_t q = n / 4; q >= 1; q /= 4, t *= 4) {
+        if (q >= 2)
+            stage_avx2(x, n, q, t, w);
+        else
+            stage_q1_avx2(x, n);
+    }
+    if (order & 1)
+        pairs_avx2(x, n);
+    if (inverse)
+        FloatOps::conj(x, n);
+}
+
+void scale_all(float* x, std::size_t count, float f) noexcept {
+    for (std::size_t i = 0; i < count; ++i)
+        x[i] *= f;
+}
+
+// The three float transforms on validated arguments and fetched tables.
+void complex_float(float* x, int order, const float* w, const int* rev, bool inverse, bool scale) noexcept {
+    float_core(x, order, w, inverse);
+    qx::fft::bit_reverse(x, order, rev);
+    if (scale)
+        scale_all(x, 2 * points(order), 1.0f / static_cast<float>(points(order)));
+}
+
+void real_float(float* x, int order, const float* T, const float* wHalf, const int* revHalf, bool inverse,
+                bool scale) noexcept {
+    const std::size_t m = points(order - 1);
+    if (order - 1 > 0) {
+        float_core(x, order - 1, wHalf, inverse);
+        qx::fft::bit_reverse(x, order - 1, revHalf);
+    }
+    qx::fft::real_split<FloatOps>(x, m, T, !inverse);
+    if (scale)
+        scale_all(x, 2 * m, 1.0f / static_cast<float>(points(order)));
+}
+
+void packed_float(float* x, int order, const float* w, const float* wHalf, const int* revHalf, bool inverse,
+                  bool scale) noexcept {
+    const std::size_t m = points(order - 1);
+    qx::fft::packed_unsplit<FloatOps>(x, m, w, !inverse);
+    if (order - 1 > 0) {
+        float_core(x, order - 1, wHalf, inverse);
+        qx::fft::bit_reverse(x, order - 1, revHalf);
+    }
+    if (scale)
+        scale_all(x, 2 * m, 1.0f / static_cast<float>(points(order)));
+}
+
+bool inverse_of(int flags) noexcept { return (flags & QX_INVERSE) != 0; }
+bool scaled(int flags) noexcept { return (flags & QX_INVERSE) && !(flags & QX_NO_INVERSE_SCALING); }
+
+}  // namespace
+
+namespace qx::fft {
+
+float* real_twiddles(int order) {
+    constexpr qx::Report r{"QXcGetFftTwdTbl"};
+    r.check(order < 0, "order<0");
+    r.check(order > 31, "order>31");
+    if (r.failed())
+        return nullptr;
+    qx::Context& c = *qx::context();
+    if (c.rTwd[order])
+        return static_cast<float*>(qx::align32(c.rTwd[order]));
+    void* raw = nullptr;
+    auto* t = static_cast<float*>(qx::alloc_aligned32(8 * points(order), &raw));
+    if (raw == nullptr) {
+        r.raise(QX_StsNoMem, "NULL Pointer");
+        return nullptr;
+    }
+    if (c.rTwd[order + 1]) {
+        decimate(t, static_cast<const float*>(qx::align32(c.rTwd[order + 1])), order);
+    } else {
+        calc_twiddles(t, order);
+        for (std::size_t k = 0; k < points(order); ++k) {
+            t[2 * k] = 0.5f * t[2 * k];
+            t[2 * k + 1] = 0.5f * t[2 * k + 1] + 0.5f;
+        }
+    }
+    c.rTwd[order] = raw;
+    return t;
+}
+
+}  // namespace qx::fft
+
+extern "C" {
+
+QX_API int QXCalcBitRevTbl(int* tbl, int order) {
+    constexpr qx::Report r{"QXCalcBitRevTbl"};
+    r.check(order < 0, "order<0");
+    r.check(order > 31, "order>31");
+    r.check(tbl == nullptr, "tbl==0");
+    if (r.failed())
+        return QXGetStatus();
+    calc_bit_reversal(tbl, order);
+    return static_cast<int>(points(order) - 1);
+}
+
+QX_API int* QXGetBitRevTbl(int order) {
+    constexpr qx::Report r{"QXGetBitRevTbl"};
+    r.check(order < 0, "order<0");
+    r.check(order > 31, "order>31");
+    if (r.failed())
+        return nullptr;
+    qx::Context& c = *qx::context();
+    if (c.bitRev[order])
+        return static_cast<int*>(qx::align32(c.bitRev[order]));
+    void* raw = nullptr;
+    auto* t = static_cast<int*>(qx::alloc_aligned32(4 * points(order), &raw));
+    if (raw == nullptr) {
+        r.raise(QX_StsNoMem, "NULL Pointer");
+        return nullptr;
+    }
+    calc_bit_reversal(t, order);
+    c.bitRev[order] = raw;
+    return t;
+}
+
+QX_API int QXcbBitRev1(float* vec, int order) {
+    constexpr qx::Report r{"QXcbBitRev1"};
+    r.check(order < 0, "order<0");
+    r.check(order > 31, "order>31");
+    r.check(vec == nullptr, "vec==0");
+    if (r.failed())
+        return QXGetStatus();
+    const int* rev = order >= 3 ? QXGetBitRevTbl(order) : nullptr;
+    if (r.failed())
+        return QXGetStatus();
+    qx::fft::bit_reverse(vec, order, rev);
+    return 0;
+}
+
+QX_API void QXcCalcFftTwdTbl(float* tbl, int order) {
+    constexpr qx::Report r{"QXcCalcFftTwdTbl"};
+    r.check(order < 0, "order<0");
+    r.check(order > 31, "order>31");
+    r.check(tbl == nullptr, "tbl==0");
+    if (r.failed())
+        return;
+    calc_twiddles(tbl, order);
+}
+
+QX_API void QXcDecFftTwdTbl(float* tbl1, const float* tbl2, int order) {
+    constexpr qx::Report r{"QXcDecFftTwdTbl"};
+    r.check(order < 0, "order<0");
+    r.check(order > 31, "order>31");
+    r.check(tbl1 == nullptr, "tbl1==0");
+    r.check(tbl2 == nullptr, "tbl2==0");
+    if (r.failed())
+        return;
+    decimate(tbl1, tbl2, order);
+}
+
+QX_API float* QXcGetFftTwdTbl(int order) {
+    constexpr qx::Report r{"QXcGetFftTwdTbl"};
+    r.check(order < 0, "order<0");
+    r.check(order > 31, "order>31");
+    if (r.failed())
+        return nullptr;
+    qx::Context& c = *qx::context();
+    if (c.cTwd[order])
+        return static_cast<float*>(qx::align32(c.cTwd[order]));
+    void* raw = nullptr;
+    auto* t = static_cast<float*>(qx::alloc_aligned32(8 * points(order), &raw));
+    if (raw == nullptr) {
+        r.raise(QX_StsNoMem, "NULL Pointer");
+        return nullptr;
+    }
+    if (c.cTwd[order + 1])
+        decimate(t, static_cast<const float*>(qx::align32(c.cTwd[order + 1])), order);
+    else
+        calc_twiddles(t, order);
+    c.cTwd[order] = raw;
+    return t;
+}
+
+QX_API void QXFreeFftTbls(void) {
+    qx::Context& c = *qx::context();
+    for (void** set : {c.bitRev, c.cTwd, c.rTwd, c.wTwd, c.second})
+        for (int k = 0; k < 32; ++k) {
+            qx::free(set[k]);
+            set[k] = nullptr;
+        }
+    c.Fft.iBufferCap = 0;
+    c.Fft.sBufferCap = 0;
+    qx::free(c.Fft.iBuffer);
+    qx::free(c.Fft.sBuffer);
+    c.Fft.iBuffer = nullptr;
+    c.Fft.sBuffer = nullptr;
+}
+
+QX_API void QXcFft(float* samps, int order, int flags) {
+    constexpr qx::Report r{"QXcFft"};
+    r.check(order < 0, "order<0");
+    r.check(order > 31, "order>31");
+    r.check(samps == nullptr, "samps==0");
+    if (r.failed() || order == 0)
+        return;
+    const float* w = QXcGetFftTwdTbl(order);
+    const int* rev = order >= 3 ? QXGetBitRevTbl(order) : nullptr;
+    if (r.failed()) {
+        r.raise(QX_StsBackTrace, "Bad Ptr");
+        return;
+    }
+    const int dir = flags & (QX_FORWARD | QX_INVERSE);
+    if (r.check(dir == (QX_FORWARD | QX_INVERSE), qx::fft::kBothDirections) | r.check(dir == 0, qx::fft::kNoDirection))
+        return;
+    complex_float(samps, order, w, rev, inverse_of(flags), scaled(flags));
+}
+
+QX_API int QXcFftNip(const float* inSamps, float* outSamps, int order, int flags) {
+    constexpr qx::Report r{"QXcFftNip"};
+    r.check(order < 0, "order<0");
+    r.check(order > 31, "order>31");
+    r.check(inSamps == nullptr, "inSamps==0");
+    r.check(outSamps == nullptr, "outSamps==0");
+    if (r.failed())
+        return QXGetStatus();
+    QXsbCopy(inSamps, outSamps, static_cast<int>(2 * points(order)));
+    if (order == 0)
+        return 0;
+    QXcFft(outSamps, order, flags);
+    if (r.failed())
+        r.raise(QX_StsBackTrace, "out QXcFft");
+    return QXGetStatus();
+}
+
+QX_API void QXsRealFft(float* samps, int order, int flags) {
+    constexpr qx::Report r{"QXsRealFft"};
+    r.check(order < 0, "order<0");
+    r.check(order > 31, "order>31");
+    r.check(samps == nullptr, "samps==0");
+    if (r.failed() || order == 0)
+        return;
+    const float* T = qx::fft::real_twiddles(order);
+    const float* wHalf = QXcGetFftTwdTbl(order - 1);
+    const int* revHalf = order - 1 >= 3 ? QXGetBitRevTbl(order - 1) : nullptr;
+    if (r.failed()) {
+        r.raise(QX_StsBackTrace, "Bad Ptr");
+        return;
+    }
+    const int dir = flags & (QX_FORWARD | QX_INVERSE);
+    if (r.check(dir == (QX_FORWARD | QX_INVERSE), qx::fft::kBothDirections) | r.check(dir == 0, qx::fft::kNoDirection))
+        return;
+    real_float(samps, order, T, wHalf, revHalf, inverse_of(flags), scaled(flags));
+}
+
+QX_API int QXsRealFftNip(const float* inSamps, float* outSamps, int order, int flags) {
+    constexpr qx::Report r{"QXsRealFftNip"};
+    r.check(order < 0, "order<0");
+    r.check(order > 31, "order>31");
+    r.check(inSamps == nullptr, "inSamps==0");
+    r.check(outSamps == nullptr, "outSamps==0");
+    if (r.failed())
+        return QXGetStatus();
+    QXsbCopy(inSamps, outSamps, static_cast<int>(points(order)));
+    QXsRealFft(outSamps, order, flags);
+    if (r.failed())
+        r.raise(QX_StsBackTrace, "out QXsRealFftl");
+    return QXGetStatus();
+}
+
+QX_API void QXsCcsFft(float* samps, int order, int flags) {
+    constexpr qx::Report r{"QXsCcsFft"};
+    r.check(order < 0, "order<0");
+    r.check(order > 31, "order>31");
+    r.check(samps == nullptr, "samps==0");
+    if (r.failed() || order == 0)
+        return;
+    const float* w = QXcGetFftTwdTbl(order);
+    const float* wHalf = QXcGetFftTwdTbl(order - 1);
+    const int* revHalf = order - 1 >= 3 ? QXGetBitRevTbl(order - 1) : nullptr;
+    if (r.failed()) {
+        r.raise(QX_StsBackTrace, "Bad Ptr");
+        return;
+    }
+    const int dir = flags & (QX_FORWARD | QX_INVERSE);
+    if (r.check(dir == (QX_FORWARD | QX_INVERSE), qx::fft::kBothDirections) | r.check(dir == 0, qx::fft::kNoDirection))
+        return;
+    packed_float(samps, order, w, wHalf, revHalf, inverse_of(flags), scaled(flags));
+}
+
+QX_API int QXsCcsFftNip(const float* inSamps, float* outSamps, int order, int flags) {
+    constexpr qx::Report r{"QXsCcsFftNip"};
+    r.check(order < 0, "order<0");
+    r.check(order > 31, "order>31");
+    r.check(inSamps == nullptr, "inSamps==0");
+    r.check(outSamps == nullptr, "outSamps==0");
+    if (r.failed())
+        return QXGetStatus();
+    QXsbCopy(inSamps, outSamps, static_cast<int>(points(order)));
+    QXsCcsFft(outSamps, order, flags);
+    if (r.failed())
+        r.raise(QX_StsBackTrace, "out QXsCcsFft");
+    return QXGetStatus();
+}
+
+}  // extern "C"
