@@ -22,21 +22,21 @@ namespace {
 double ref_mel(double f) { return 2595.0 * std::log10(1.0 + f / 700.0); }
 double ref_hz(double m) { return 700.0 * (std::pow(10.0, m / 2595.0) - 1.0); }
 
-struct BankSpec {
+struct Bank {  // the arguments of the init, in order
     int order, nBand, start, end, fs, linear, nLinear, linearEnd;
 };
 using Pair = std::pair<int, double>;  // band, weight
 
-const BankSpec kMel{9, 24, 0, 8000, 16000, 0, 0, 0};           // bins mirrored near the top
-const BankSpec kLinear{9, 24, 100, 7000, 16000, 1, 8, 1000};  // linear part, then mel
-const BankSpec kLow{8, 12, 200, 2000, 8000, 0, 0, 0};         // below a quarter: no mirroring
+const Bank kMel{9, 24, 0, 8000, 16000, 0, 0, 0};           // bins mirrored near the top
+const Bank kLinear{9, 24, 100, 7000, 16000, 1, 8, 1000};  // linear part, then mel
+const Bank kLow{8, 12, 200, 2000, 8000, 0, 0, 0};         // below a quarter: no mirroring
 // Points every 100 Hz, linear bands 200 Hz wide: 200 Hz lies on three bands.
-const BankSpec kTriple{3, 6, 0, 700, 1400, 1, 4, 400};
+const Bank kTriple{3, 6, 0, 700, 1400, 1, 4, 400};
 
 // Triangular weights of the bands containing each point, the first two in band
 // order. Mel bands overlap by half; a linear part has L bands of width
 // w = 2 (E - start) / L, the junction band L-1 reaching half a mel step beyond E.
-std::vector<std::vector<Pair>> ref_points(const BankSpec& s) {
+std::vector<std::vector<Pair>> ref_points(const Bank& s) {
     std::vector<std::array<double, 3>> e(s.nBand);  // left, centre, right
     auto mel_run = [&](int first, double lowMel, double step) {
         for (int b = first; b < s.nBand; ++b) {
@@ -50,7 +50,8 @@ std::vector<std::vector<Pair>> ref_points(const BankSpec& s) {
     } else {
         const double w = 2.0 * (s.linearEnd - s.start) / L, x = s.start + (L - 1) * w / 2;
         const double step = (ref_mel(s.end) - ref_mel(s.linearEnd)) / ((s.nBand - L) / 2.0 + 0.5);
-        for (int b = 0; b < L - 1; ++b) e[b] = {s.start + b * w / 2, s.start + (b + 1) * w / 2, s.start + b * w / 2 + w};
+        for (int b = 0; b < L - 1; ++b)
+            e[b] = {s.start + b * w / 2, s.start + (b + 1) * w / 2, s.start + b * w / 2 + w};
         const double right = ref_hz(ref_mel(x + w / 2) + step / 2);
         e[L - 1] = {x, (x + right) / 2, right};
         mel_run(L, ref_mel(s.linearEnd), step);
@@ -61,7 +62,8 @@ std::vector<std::vector<Pair>> ref_points(const BankSpec& s) {
         const double f = j * static_cast<double>(s.fs) / (2.0 * (n - 1));
         for (int b = 0; b < s.nBand && p[j].size() < 2; ++b)
             if (f >= e[b][0] && f <= e[b][2])
-                p[j].push_back({b, f > e[b][1] ? (e[b][2] - f) / (e[b][2] - e[b][1]) : (f - e[b][0]) / (e[b][1] - e[b][0])});
+                p[j].push_back({b, f > e[b][1] ? (e[b][2] - f) / (e[b][2] - e[b][1])
+                                               : (f - e[b][0]) / (e[b][1] - e[b][0])});
     }
     return p;
 }
@@ -72,7 +74,8 @@ std::vector<double> ref_log_spectrum(const std::vector<float>& x) {
     std::vector<double> s(n / 2 + 1);
     for (std::size_t k = 0; k <= n / 2; ++k) {
         std::complex<double> sum = 0;
-        for (std::size_t j = 0; j < n; ++j) sum += double{x[j]} * std::polar(1.0, -2.0 * M_PI * static_cast<double>(j * k % n) / n);
+        for (std::size_t j = 0; j < n; ++j)
+            sum += double{x[j]} * std::polar(1.0, -2.0 * M_PI * static_cast<double>(j * k % n) / static_cast<double>(n));
         s[k] = 0.5 * std::log10(std::norm(sum));
     }
     return s;
@@ -80,14 +83,15 @@ std::vector<double> ref_log_spectrum(const std::vector<float>& x) {
 
 // Band sums over the points (bins beyond n/2 mirrored), then c[k] = sum over
 // bands of 2 band[i] for k = 0 and 2 cos(k (i + 1/2) 3.14159265 / nBand) band[i].
-std::vector<double> ref_cepstrum(const BankSpec& s, const std::vector<double>& logSpec, int nCeps) {
+std::vector<double> ref_cepstrum(const Bank& s, const std::vector<double>& logMag, int nCeps) {
     const int n = 1 << s.order, m = n / 2 + 1;
     const auto pts = ref_points(s);
     std::vector<double> band(s.nBand, 0.0), c(nCeps, 0.0);
     for (int j = 0; j < n; ++j)
-        for (auto [b, w] : pts[j]) band[b] += w * logSpec[j < m ? j : n - j];
+        for (auto [b, w] : pts[j]) band[b] += w * logMag[j < m ? j : n - j];
     for (int k = 0; k < nCeps; ++k)
-        for (int i = 0; i < s.nBand; ++i) c[k] += (k == 0 ? 2.0 : 2.0 * std::cos(k * (i + 0.5) * 3.14159265 / s.nBand)) * band[i];
+        for (int i = 0; i < s.nBand; ++i)
+            c[k] += (k == 0 ? 2.0 : 2.0 * std::cos(k * (i + 0.5) * 3.14159265 / s.nBand)) * band[i];
     return c;
 }
 
@@ -103,7 +107,7 @@ std::vector<float> frame(int n, std::uint32_t seed) {
     return x;
 }
 
-QXMFCCFilters* make(const BankSpec& s) {
+QXMFCCFilters* make(const Bank& s) {
     return QXsMFCCInit(s.order, s.nBand, s.start, s.end, s.fs, s.linear, s.nLinear, s.linearEnd);
 }
 
@@ -138,7 +142,7 @@ protected:
 
 TEST_F(Cepstrum, BanksAndCepstraAgreeWithTheReference) {
     static_assert(sizeof(QXMFCCPoint) == 40);
-    for (const BankSpec& s : {kMel, kLinear, kLow, kTriple}) {
+    for (const Bank& s : {kMel, kLinear, kLow, kTriple}) {
         const int n = 1 << s.order;
         QXMFCCFilters* f = make(s);
         ASSERT_NE(f, nullptr);
@@ -163,10 +167,10 @@ TEST_F(Cepstrum, BanksAndCepstraAgreeWithTheReference) {
             expect_close(cs, want, 2e-4, 1.0);
         }
         // Without the transform the input is the log spectrum itself.
-        std::vector<float> spec(n / 2 + 1), c(13);
-        for (int k = 0; k <= n / 2; ++k) spec[k] = static_cast<float>(1.0 + 0.25 * std::sin(0.05 * k) + k * 0.003);
-        QXsCepstralMFCC(0, spec.data(), f, c.data(), 13);
-        expect_close(c, ref_cepstrum(s, {spec.begin(), spec.end()}, 13), 1e-6);
+        std::vector<float> bins(n / 2 + 1), c(13);
+        for (int k = 0; k <= n / 2; ++k) bins[k] = static_cast<float>(1.0 + 0.25 * std::sin(0.05 * k) + k * 0.003);
+        QXsCepstralMFCC(0, bins.data(), f, c.data(), 13);
+        expect_close(c, ref_cepstrum(s, {bins.begin(), bins.end()}, 13), 1e-6);
         QXsFreeMFCCFilters(f);
     }
     EXPECT_TRUE(got().empty());
@@ -175,17 +179,17 @@ TEST_F(Cepstrum, BanksAndCepstraAgreeWithTheReference) {
 // Terms of very different sizes and signs: every band must add its terms one
 // at a time in point order, also when it leaves and comes back.
 TEST_F(Cepstrum, BandSumsAddOneTermAtATimeInPointOrder) {
-    std::vector<float> spec(257), c(4);
-    for (int k = 0; k < 257; ++k) spec[k] = (k % 3 ? 3.0f : 1e17f) * (k % 2 ? -1.0f : 1.0f) + 0.1f * k;
+    std::vector<float> bins(257), c(4);
+    for (int k = 0; k < 257; ++k) bins[k] = (k % 3 ? 3.0f : 1e17f) * (k % 2 ? -1.0f : 1.0f) + 0.1f * k;
     auto check = [&](QXMFCCFilters* f) {
         std::vector<double> want(f->nBandPass, 0.0);
         for (int j = f->firstPoint; j >= 0 && j <= f->lastPoint; ++j)
             for (int e = 0; e < f->fftSpec[j].count; ++e)
-                want[f->fftSpec[j].entry[e].band] += f->fftSpec[j].entry[e].weight * spec[j <= f->n / 2 ? j : f->n - j];
-        QXsCepstralMFCC(0, spec.data(), f, c.data(), 4);
+                want[f->fftSpec[j].entry[e].band] += f->fftSpec[j].entry[e].weight * bins[j <= f->n / 2 ? j : f->n - j];
+        QXsCepstralMFCC(0, bins.data(), f, c.data(), 4);
         for (int b = 0; b < f->nBandPass; ++b) ASSERT_EQ(qx::context()->Ceps.filterOutput[b], want[b]) << "band " << b;
     };
-    for (const BankSpec& s : {kMel, kLinear, kLow}) {
+    for (const Bank& s : {kMel, kLinear, kLow}) {
         QXMFCCFilters* f = make(s);
         check(f);
         QXsFreeMFCCFilters(f);
@@ -234,7 +238,8 @@ TEST_F(Cepstrum, BinLogarithmRoundsLikeTheLibraryLog) {
         values.push_back(std::ldexp(static_cast<double>(seed >> 16), static_cast<int>(seed % 160) - 128));
     }
     for (int e = -1020; e <= 1020; e += 7)  // around powers of two and the split at sqrt(2)
-        for (double v : {std::ldexp(1.0, e), std::ldexp(std::sqrt(2.0), e)}) values.insert(values.end(), {v, std::nextafter(v, 0.0)});
+        for (double v : {std::ldexp(1.0, e), std::ldexp(std::sqrt(2.0), e)})
+            values.insert(values.end(), {v, std::nextafter(v, 0.0)});
     for (double p : values)
         ASSERT_EQ(static_cast<float>(qx::half_log10_normal(p)), static_cast<float>(0.5 * std::log10(p))) << p;
     // Other powers take the library log: an empty frame gives minus infinity.
@@ -296,11 +301,13 @@ TEST_F(Cepstrum, AllocationFailures) {
     const std::vector<std::vector<Rep>> floatFailures = {
         {{-4, "QXsCepstralMFCC", ctx + "Ceps.filterOutput"}}, {{-4, "QXsCepstralMFCC", ctx + "Ceps.fftOut"}},
         {{-4, "OwnsDct", ctx + "Dct.sstoredDctFactor"}, {-1, "QXsCepstralMFCC", ctx + "Dct.sstoredDctFactor"}}};
-    fail_each(floatFailures, [&] { c.assign(13, 5.0f); return QXsCepstralMFCC(1, x.data(), f, c.data(), 13), c[0] == 5.0f; }, fresh);
+    fail_each(floatFailures,
+              [&] { c.assign(13, 5.0f); return QXsCepstralMFCC(1, x.data(), f, c.data(), 13), c[0] == 5.0f; }, fresh);
     std::vector<std::vector<Rep>> shortFailures = {{{-4, "QXwCepstralMFCC", ctx + "Ceps.tempVect"}},
                                                    {{-4, "QXwCepstralMFCC", ctx + "Ceps.tempCeps"}}};
     shortFailures.insert(shortFailures.end(), floatFailures.begin(), floatFailures.end());
     fail_each(shortFailures,
-              [&] { cs.assign(13, 9); return QXwCepstralMFCC(1, xs.data(), f, cs.data(), 13, 2, &sf), cs[0] == 9; }, fresh);
+              [&] { cs.assign(13, 9); return QXwCepstralMFCC(1, xs.data(), f, cs.data(), 13, 2, &sf), cs[0] == 9; },
+              fresh);
     QXwFreeMFCCFilters(f);
 }
