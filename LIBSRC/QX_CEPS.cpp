@@ -104,22 +104,22 @@ void assign_points(QXMFCCFilters* f, const Edges* e, int samplingFreq) noexcept 
     }
 }
 
-// The log-magnitude spectrum of a real frame: the packed transform in `spec`
+// The log-magnitude spectrum of a real frame: the packed transform in `bins`
 // (n floats, room for n + 2) becomes m = n/2 + 1 values 0.5 log10(re^2 + im^2)
-// at spec[0..m-1]. Bins go in blocks of 64: a block's powers are all read
+// at bins[0..m-1]. Bins go in blocks of 64: a block's powers are all read
 // before its results are written over the lower part of the buffer, and later
 // blocks read only above that. Zero, subnormal, infinite or NaN powers take
 // the library log10. The AVX2 clone runs the same operations four lanes wide;
 // FMA is deliberately left out so that every clone rounds exactly alike.
-__attribute__((target_clones("avx2", "default"))) void log_magnitude(float* spec, int n) noexcept {
+__attribute__((target_clones("avx2", "default"))) void log_magnitude(float* bins, int n) noexcept {
     constexpr int kBlock = 64;
     const int m = n / 2 + 1;
-    spec[2 * (m - 1)] = spec[1];
-    spec[2 * (m - 1) + 1] = 0.0f;
-    spec[1] = 0.0f;
+    bins[2 * (m - 1)] = bins[1];
+    bins[2 * (m - 1) + 1] = 0.0f;
+    bins[1] = 0.0f;
     for (int k0 = 0; k0 < m; k0 += kBlock) {
         const int len = m - k0 < kBlock ? m - k0 : kBlock;
-        const float* in = spec + 2 * k0;
+        const float* in = bins + 2 * k0;
         double p[kBlock];
         float out[kBlock];
         for (int i = 0; i < len; ++i) {
@@ -136,7 +136,7 @@ __attribute__((target_clones("avx2", "default"))) void log_magnitude(float* spec
                 if (!qx::is_normal_positive(p[i]))
                     out[i] = static_cast<float>(0.5 * std::log10(p[i]));
         for (int i = 0; i < len; ++i)
-            spec[k0 + i] = out[i];
+            bins[k0 + i] = out[i];
     }
 }
 
