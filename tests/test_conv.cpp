@@ -25,7 +25,7 @@ struct Mask {
     Mask(int t, int r, int c, Gen gen) : type(t), rows(r), cols(c), s(r), b(r) {
         for (int i = 0; i < r; ++i) {
             for (int k = 0; k < c; ++k)
-                b[i].push_back(static_cast<signed char>(s[i].emplace_back(static_cast<short>(t ? gen() : gen() % 128))));
+                b[i].push_back(static_cast<signed char>(s[i].emplace_back(t ? gen() : gen() % 128)));
             ptrs.push_back(t ? static_cast<void*>(s[i].data()) : b[i].data());
         }
     }
@@ -103,18 +103,19 @@ TEST_F(Convolve, EveryTypeCombinationMatchesThePixelReference) {
     EXPECT_EQ(out.data, (std::vector<std::vector<std::uint8_t>>{{8, 20}, {34, 85}}));
 }
 
-TEST_F(Convolve, ChecksInOrderAndOutputQuirks) {
+TEST_F(Convolve, ChecksQuirksAndAllocationFailures) {
     EXPECT_EQ(QXMaskConvolve(nullptr, nullptr, nullptr, -1, -1, -1, 0, 0, 0, 0, nullptr, -1, nullptr), -5);
     std::mt19937 rng(2);
-    PackedImage in(UByte, 4, 4, rng), out(UByte, 4, 4, rng);
-    Mask m(0, 3, 3, [&] { return int(rng() % 11) - 5; });
+    PackedImage in(UByte, 6, 6, rng), out(UByte, 6, 6, rng);
+    Mask m(0, 3, 3, [&] { return int(rng() % 19) - 9; });
     const auto before = out.data;
     int sf = 65;
-    const QXRegion negative{-1, -1, -2, -2}, beyond{5, 5, 4, 4};
-    QXMaskConvolve(in.p(), m.ptrs.data(), out.p(), 4, 2, 4, 4, 4, 3, 3, &negative, 1, &sf);
+    const QXRegion negative{-1, -1, -2, -2}, beyond{7, 7, 6, 6};
+    QXMaskConvolve(in.p(), m.ptrs.data(), out.p(), 4, 2, 4, 6, 6, 3, 3, &negative, 1, &sf);
     sf = -65;
     convolve(in, m, out, &beyond, 1, &sf);
-    const std::string g = "convolveRegion->", x[] = {g + "leftTopRow > " + g + "rightBotRow", g + "leftTopCol > " + g + "rightBotCol"};
+    const std::string g = "convolveRegion->";
+    const std::string x[] = {g + "leftTopRow > " + g + "rightBotRow", g + "leftTopCol > " + g + "rightBotCol"};
     const std::string texts[] = {"image==0", "mask==0", "outImage==0", "imageDataType<0", "maskDataType<0",
         "outDataType<0", "nImageRows<=0", "nImageCols<=0", "nMaskRows<=0", "nMaskCols<=0", "doScale<0",
         "scaleFactor==0", "imageDataType>3", "maskDataType>1", "outDataType>3", "*scaleFactor>64", g + "leftTopRow < 0",
@@ -126,13 +127,16 @@ TEST_F(Convolve, ChecksInOrderAndOutputQuirks) {
     EXPECT_EQ(got(), want);
     for (auto& r : kvxtest::reports())
         EXPECT_TRUE(kvxtest::names_raising_line(r));
+    // A pending error is returned and nothing is written.
+    EXPECT_EQ(convolve(in, m, out, nullptr, 0, &sf), -5);
     EXPECT_EQ(out.data, before);
     clear();
 
-    // One pixel times a 1x1 mask: {image type, pixel, mask, output type, doScale, factor, output}. The factor's
-    // range matters for doScale 1 only; bit outputs keep the parity unless saturated.
-    const int cases[][7] = {{UByte, 200, 2, UByte, 2, 99, 144}, {UByte, 200, 2, UByte, 3, 99, 255}, {UByte, 2, 1, Bit, 0, 0, 0},
-                            {UByte, 2, 1, Bit, 3, 0, 1}, {SByte, -7, 1, SByte, 1, 30, -1}, {Nibble, 9, -3, SByte, 3, 0, -27}};
+    // One pixel times a 1x1 mask: {image type, pixel, mask, output type, doScale, factor, output}. The
+    // factor's range matters for doScale 1 only; bit outputs keep the parity unless saturated.
+    const int cases[][7] = {{UByte, 200, 2, UByte, 2, 99, 144}, {UByte, 200, 2, UByte, 3, 99, 255},
+                            {UByte, 2, 1, Bit, 0, 0, 0},        {UByte, 2, 1, Bit, 3, 0, 1},
+                            {SByte, -7, 1, SByte, 1, 30, -1},   {Nibble, 9, -3, SByte, 3, 0, -27}};
     for (const auto& c : cases) {
         PackedImage in1(c[0], 1, 1, rng), out1(c[3], 1, 1, rng);
         in1.set(0, 0, static_cast<std::uint32_t>(c[1]));
@@ -143,22 +147,12 @@ TEST_F(Convolve, ChecksInOrderAndOutputQuirks) {
     }
     EXPECT_TRUE(got().empty());
 
-    // A pending error is returned and nothing is written.
-    QXSetStatus(-4);
-    EXPECT_EQ(convolve(in, m, out, nullptr, 0, &sf), -4);
-    EXPECT_EQ(out.data, before);
-}
-
-TEST_F(Convolve, EveryAllocationFailureRaisesATraceRecord) {
-    std::mt19937 rng(4);
-    PackedImage in(UByte, 6, 6, rng), out(UByte, 6, 6, rng);
-    Mask m(0, 3, 3, [&] { return int(rng() % 19) - 9; });
-    const auto before = out.data;
-    // The mask table (pointers, block), then the window's pointers and its three rows.
+    // Every allocation failing in turn: the mask table (pointers, block), then
+    // the window's pointers and its three rows.
     for (long nth = 1;; ++nth) {
         const long live = qx::testing::live_blocks();
         void* leaked = nullptr;
-        int sf = 0, rc;
+        int rc;
         {
             FailAllocation fail(nth);
             rc = convolve(in, m, out, nullptr, 0, &sf);
@@ -171,7 +165,8 @@ TEST_F(Convolve, EveryAllocationFailureRaisesATraceRecord) {
         const char* text = nth == 2 ? "2D array vector can not be allocated"
                            : nth == 1 || nth == 3 ? "The pointers vector can not be allocated"
                                                   : "Current vector can not be allocated";
-        EXPECT_EQ(got(), (std::vector<Rep>{{-4, nth <= 2 ? "QXsAllocTable" : "QXsAlloc2", text}, {-1, "QXMaskConvolve", ""}}));
+        EXPECT_EQ(got(), (std::vector<Rep>{{-4, nth <= 2 ? "QXsAllocTable" : "QXsAlloc2", text},
+                                          {-1, "QXMaskConvolve", ""}}));
         EXPECT_TRUE(kvxtest::names_raising_line(kvxtest::reports().back())) << nth;
         EXPECT_EQ(out.data, before);
         clear();
