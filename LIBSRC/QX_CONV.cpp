@@ -15,6 +15,7 @@
 // so the results are the same bits and twice as many pixels fit a register.
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <type_traits>
 
 #include "kvxpx.h"
@@ -127,9 +128,20 @@ constexpr RunWriter<Acc> kRunWriters[4] = {write_run<Acc, SByte>, write_run<Acc,
 
 // ---------------------------------------------------------------- the two paths
 
+// A row-pointer array of any pixel type; the row pointers are read through
+// their object representation, so one code serves every type of array.
+struct Rows {
+    const void* base;
+    void* operator[](i64 i) const {
+        void* p;
+        std::memcpy(&p, static_cast<const char*>(base) + i * static_cast<i64>(sizeof(void*)), sizeof p);
+        return p;
+    }
+};
+
 struct Job {
-    void* const* image;
-    void* const* out;
+    Rows image;
+    Rows out;
     float* const* mask;  // nMaskRows x nMaskCols floats
     i64 nRows, nCols, mRows, mCols, hr, hc;
     int outType;
@@ -252,8 +264,8 @@ QX_API int QXMaskConvolve(void* image, void* mask, void* outImage, int imageData
             absSum += std::fabs(static_cast<double>(m));
         }
 
-    Job job{static_cast<void* const*>(image),
-            static_cast<void* const*>(outImage),
+    Job job{Rows{image},
+            Rows{outImage},
             maskf,
             nImageRows,
             nImageCols,

@@ -1,6 +1,13 @@
 // Vector distances of float vectors: dot product, city-block, Euclidean and
 // the two weighted (Mahalanobis) forms. Results are doubles; no state, no
 // allocation. The kernels are in qx_dtw.h, shared with the 16-bit forms.
+//
+// Each measure checks its arguments in order, reporting every failed check,
+// then returns 0 while an error is pending. The exported functions first test
+// whether any check can fail at all: when none can, the measure is computed
+// and the status read afterwards (the vectors are only read), and the checks
+// with their reports stay in a separate cold function. This keeps the call
+// cheap for the short vectors these measures are mostly used on.
 #include "kvxpx.h"
 #include "qx_dtw.h"
 #include "qx_report.h"
@@ -13,11 +20,9 @@ constexpr qx::Report kL2{"QXsL2Norm"};
 constexpr qx::Report kMahalD{"QXsMahalanobisD"};
 constexpr qx::Report kMahal{"QXsMahalanobis"};
 
-}  // namespace
+double unless_pending(double result) noexcept { return qx::Report::failed() ? 0.0 : result; }
 
-extern "C" {
-
-QX_API double QXsDotP(const float* vect1, const float* vect2, int n) {
+[[gnu::cold, gnu::noinline]] double dot_checked(const float* vect1, const float* vect2, int n) noexcept {
     kDotP.check(n <= 0, "n<=0");
     kDotP.check(vect1 == nullptr, "vect1==0");
     kDotP.check(vect2 == nullptr, "vect2==0");
@@ -26,7 +31,7 @@ QX_API double QXsDotP(const float* vect1, const float* vect2, int n) {
     return qx::dist::dot(vect1, vect2, n);
 }
 
-QX_API double QXsL1Norm(const float* vect1, const float* vect2, int n) {
+[[gnu::cold, gnu::noinline]] double l1_checked(const float* vect1, const float* vect2, int n) noexcept {
     kL1.check(n <= 0, "n<=0");
     kL1.check(vect1 == nullptr, "vect1==0");
     kL1.check(vect2 == nullptr, "vect2==0");
@@ -35,7 +40,7 @@ QX_API double QXsL1Norm(const float* vect1, const float* vect2, int n) {
     return qx::dist::l1(vect1, vect2, n);
 }
 
-QX_API double QXsL2Norm(const float* vect1, const float* vect2, int n, int doSqrt) {
+[[gnu::cold, gnu::noinline]] double l2_checked(const float* vect1, const float* vect2, int n, int doSqrt) noexcept {
     kL2.check(n <= 0, "n<=0");
     kL2.check(vect1 == nullptr, "vect1==0");
     kL2.check(vect2 == nullptr, "vect2==0");
@@ -44,8 +49,9 @@ QX_API double QXsL2Norm(const float* vect1, const float* vect2, int n, int doSqr
     return qx::dist::l2(vect1, vect2, n, doSqrt);
 }
 
-QX_API double QXsMahalanobisD(const float* vect1, const float* vect2, const float* reciprocalVariance, int n,
-                              int doSqrt) {
+[[gnu::cold, gnu::noinline]] double mahalanobis_d_checked(const float* vect1, const float* vect2,
+                                                          const float* reciprocalVariance, int n,
+                                                          int doSqrt) noexcept {
     kMahalD.check(n <= 0, "n<=0");
     kMahalD.check(vect1 == nullptr, "vect1==0");
     kMahalD.check(vect2 == nullptr, "vect2==0");
@@ -55,8 +61,9 @@ QX_API double QXsMahalanobisD(const float* vect1, const float* vect2, const floa
     return qx::dist::mahalanobis_diag(vect1, vect2, reciprocalVariance, n, doSqrt);
 }
 
-QX_API double QXsMahalanobis(const float* vect1, const float* vect2, float** inverseCovarianceMatrix, int n,
-                             int doSqrt) {
+[[gnu::cold, gnu::noinline]] double mahalanobis_checked(const float* vect1, const float* vect2,
+                                                        float** inverseCovarianceMatrix, int n,
+                                                        int doSqrt) noexcept {
     kMahal.check(n <= 0, "n<=0");
     kMahal.check(vect1 == nullptr, "vect1==0");
     kMahal.check(vect2 == nullptr, "vect2==0");
@@ -64,6 +71,42 @@ QX_API double QXsMahalanobis(const float* vect1, const float* vect2, float** inv
     if (qx::Report::failed())
         return 0.0;
     return qx::dist::mahalanobis_full(vect1, vect2, inverseCovarianceMatrix, n, doSqrt);
+}
+
+}  // namespace
+
+extern "C" {
+
+QX_API double QXsDotP(const float* vect1, const float* vect2, int n) {
+    if (n <= 0 || vect1 == nullptr || vect2 == nullptr) [[unlikely]]
+        return dot_checked(vect1, vect2, n);
+    return unless_pending(qx::dist::dot(vect1, vect2, n));
+}
+
+QX_API double QXsL1Norm(const float* vect1, const float* vect2, int n) {
+    if (n <= 0 || vect1 == nullptr || vect2 == nullptr) [[unlikely]]
+        return l1_checked(vect1, vect2, n);
+    return unless_pending(qx::dist::l1(vect1, vect2, n));
+}
+
+QX_API double QXsL2Norm(const float* vect1, const float* vect2, int n, int doSqrt) {
+    if (n <= 0 || vect1 == nullptr || vect2 == nullptr) [[unlikely]]
+        return l2_checked(vect1, vect2, n, doSqrt);
+    return unless_pending(qx::dist::l2(vect1, vect2, n, doSqrt));
+}
+
+QX_API double QXsMahalanobisD(const float* vect1, const float* vect2, const float* reciprocalVariance, int n,
+                              int doSqrt) {
+    if (n <= 0 || vect1 == nullptr || vect2 == nullptr || reciprocalVariance == nullptr) [[unlikely]]
+        return mahalanobis_d_checked(vect1, vect2, reciprocalVariance, n, doSqrt);
+    return unless_pending(qx::dist::mahalanobis_diag(vect1, vect2, reciprocalVariance, n, doSqrt));
+}
+
+QX_API double QXsMahalanobis(const float* vect1, const float* vect2, float** inverseCovarianceMatrix, int n,
+                             int doSqrt) {
+    if (n <= 0 || vect1 == nullptr || vect2 == nullptr || inverseCovarianceMatrix == nullptr) [[unlikely]]
+        return mahalanobis_checked(vect1, vect2, inverseCovarianceMatrix, n, doSqrt);
+    return unless_pending(qx::dist::mahalanobis_full(vect1, vect2, inverseCovarianceMatrix, n, doSqrt));
 }
 
 }  // extern "C"

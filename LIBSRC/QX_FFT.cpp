@@ -1,9 +1,16 @@
 // FFT tables (bit reversal, complex and real-transform twiddles), their cache
 // in the working context, and the float transforms: complex, real signal to
 // packed spectrum, packed spectrum to real signal.
+// Products and sums stay separate roundings on every processor: the vector
+// and scalar paths must agree bit for bit.
+#pragma GCC optimize("fp-contract=off")
+
 #include <cmath>
 #include <cstring>
+#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
+#define QX_FFT_X86 1
 #include <immintrin.h>
+#endif
 #include <initializer_list>
 #include <numbers>
 
@@ -85,6 +92,7 @@ void decimate(T* tbl1, const T* tbl2, int order) noexcept {
     }
 }
 
+#if QX_FFT_X86
 // ---------------------------------------------------------------------------
 // The float core with AVX2, two butterflies at a time, chosen at run time.
 // Every lane performs the double operations of the scalar Radix4<FloatOps> in
@@ -109,17 +117,37 @@ QX_AVX2 inline __m256d twiddles2(const float* w, std::size_t j0, std::size_t s) 
 QX_AVX2 inline __m256d swap_pairs(__m256d x) noexcept { return _mm256_permute_pd(x, 0b0101); }
 QX_AVX2 inline __m256d flip_im(__m256d x) noexcept { return _mm256_xor_pd(x, _mm256_set_pd(-0.0, 0.0, -0.0, 0.0)); }
 
-// x * w per complex lane: (xr wr - xi wi, xi wr + xr wi).
-QX_AVX2 inline __m256d cmul(__m256d x, __m256d w) noexcept {
-    __m256d t1 = _mm256_mul_pd(x, _mm256_movedup_pd(w));
-    __m256d t2 = _mm256_mul_pd(swap_pairs(x), _mm256_permute_pd(w, 0b1111));
-    return _mm256_addsub_pd(t1, t2);
+// x * w per complex lane, given w's real and imaginary parts duplicated:
+// (xr wr - xi wi, xi wr + xr wi).
+QX_AVX2 inline __m256d cmul(__m256d x, __m256d wr, __m256d wi) noexcept {
+    return _mm256_addsub_pd(_mm256_mul_pd(x, wr), _mm256_mul_pd(swap_pairs(x), wi));
 }
+
+// Twiddles W(m j) (m = 1, 2, 3) of butterflies j0 and j0 + 1, as duplicated
+// real and imaginary parts: read from the table, or from a copy expanded
+// once per stage when the stage has many groups.
+struct TableTwiddles {
+    const float* w;
+    std::size_t j0, t;
+    QX_AVX2 void get(std::size_t m, __m256d& wr, __m256d& wi) const noexcept {
+        __m256d v = twiddles2(w, j0, m * t);
+        wr = _mm256_movedup_pd(v);
+        wi = _mm256_permute_pd(v, 0b1111);
+    }
+};
+
+struct ExpandedTwiddles {
+    const __m256d* e;  // wr, wi for m = 1, 2, 3
+    QX_AVX2 void get(std::size_t m, __m256d& wr, __m256d& wi) const noexcept {
+        wr = e[2 * m - 2];
+        wi = e[2 * m - 1];
+    }
+};
 
 // Butterflies j0 and j0 + 1 of one group. kind 0: both general; 1: lane 0
 // is j = 0; 2: lane 0 is j = q/2; 3: lane 0 is j = 0 and lane 1 is j = q/2.
-template <int kind>
-QX_AVX2 inline void block2(float* p, std::size_t q, const float* w, std::size_t j0, std::size_t t) noexcept {
+template <int kind, class Tw>
+QX_AVX2 inline void block2(float* p, std::size_t q, const Tw& tw) noexcept {
     __m256d a = load2(p), b = load2(p + 2 * q), c = load2(p + 4 * q), d = load2(p + 6 * q);
     __m256d s1 = _mm256_add_pd(a, c), s2 = _mm256_add_pd(b, d);
     __m256d d1 = _mm256_sub_pd(a, c), d2 = _mm256_sub_pd(b, d);
@@ -128,9 +156,13 @@ QX_AVX2 inline void block2(float* p, std::size_t q, const float* w, std::size_t 
     __m256d x3 = _mm256_addsub_pd(d1, swap_pairs(d2));        // (a - c) + i(b - d)
     __m256d y1 = x1, y2 = x2, y3 = x3;
     if constexpr (kind != 3) {
-        y2 = cmul(x2, twiddles2(w, j0, 2 * t));
-        y1 = cmul(x1, twiddles2(w, j0, t));
-        y3 = cmul(x3, twiddles2(w, j0, 3 * t));
+        __m256d wr, wi;
+        tw.get(2, wr, wi);
+        y2 = cmul(x2, wr, wi);
+        tw.get(1, wr, wi);
+        y1 = cmul(x1, wr, wi);
+        tw.get(3, wr, wi);
+        y3 = cmul(x3, wr, wi);
     }
     if constexpr (kind == 1 || kind == 3) {
         y1 = _mm256_blend_pd(y1, x1, 0b0011);
@@ -154,21 +186,38 @@ QX_AVX2 inline void block2(float* p, std::size_t q, const float* w, std::size_t 
     store2(p + 6 * q, y3);
 }
 
-// One radix-4 stage with q >= 2.
-QX_AVX2 void stage_avx2(float* x, std::size_t n, std::size_t q, std::size_t t, const float* w) noexcept {
+// Every group of one stage; tw(j0) gives the twiddles of butterflies j0, j0 + 1.
+template <class TwOf>
+QX_AVX2 inline void groups_avx2(float* x, std::size_t n, std::size_t q, TwOf tw) noexcept {
     const std::size_t L = 4 * q, mid = q / 2;
     for (std::size_t g = 0; g < n; g += L) {
         float* p = x + 2 * g;
         if (q == 2) {
-            block2<3>(p, q, w, 0, t);
+            block2<3>(p, q, tw(0));
             continue;
         }
-        block2<1>(p, q, w, 0, t);
+        block2<1>(p, q, tw(0));
         for (std::size_t j0 = 2; j0 < mid; j0 += 2)
-            block2<0>(p + 2 * j0, q, w, j0, t);
-        block2<2>(p + 2 * mid, q, w, mid, t);
+            block2<0>(p + 2 * j0, q, tw(j0));
+        block2<2>(p + 2 * mid, q, tw(mid));
         for (std::size_t j0 = mid + 2; j0 < q; j0 += 2)
-            block2<0>(p + 2 * j0, q, w, j0, t);
+            block2<0>(p + 2 * j0, q, tw(j0));
+    }
+}
+
+// One radix-4 stage with q >= 2.
+QX_AVX2 void stage_avx2(float* x, std::size_t n, std::size_t q, std::size_t t, const float* w) noexcept {
+    constexpr std::size_t kMaxExpanded = 256;
+    if (n / (4 * q) >= 4 && q <= kMaxExpanded) {
+        __m256d e[3 * kMaxExpanded];  // six vectors per pair of butterflies
+        for (std::size_t j0 = 0; j0 < q; j0 += 2) {
+            TableTwiddles tw{w, j0, t};
+            for (std::size_t m = 1; m <= 3; ++m)
+                tw.get(m, e[3 * j0 + 2 * m - 2], e[3 * j0 + 2 * m - 1]);
+        }
+        groups_avx2(x, n, q, [e = static_cast<const __m256d*>(e)](std::size_t j0) { return ExpandedTwiddles{e + 3 * j0}; });
+    } else {
+        groups_avx2(x, n, q, [w, t](std::size_t j0) { return TableTwiddles{w, j0, t}; });
     }
 }
 
@@ -196,33 +245,117 @@ QX_AVX2 void pairs_avx2(float* x, std::size_t n) noexcept {
         store2(x + 2 * k, sum_dif(load2(x + 2 * k)));
 }
 
-const bool kHaveAvx2 = __builtin_cpu_supports("avx2");
+// The last pass writing straight into bit-reversed positions of `out`
+// (8 bytes per complex value): the q = 1 stage for even orders, the radix-2
+// pass for odd ones.
+QX_AVX2 inline void put2(std::uint64_t* out, const int* rev, std::size_t k, __m256d v) noexcept {
+    __m128 f = _mm256_cvtpd_ps(v);
+    _mm_storel_pi(reinterpret_cast<__m64*>(out + rev[k]), f);
+    _mm_storeh_pi(reinterpret_cast<__m64*>(out + rev[k + 1]), f);
+}
 
-// Radix4<FloatOps>::run, with the AVX2 stages where the processor has them.
-void float_core(float* x, int order, const float* w, bool inverse) noexcept {
-    using Core = qx::fft::Radix4<FloatOps>;
-    if (!kHaveAvx2) {
-        Core::run(x, order, w, inverse);
+QX_AVX2 void stage_q1_scatter(const float* x, std::size_t n, const int* rev, std::uint64_t* out) noexcept {
+    for (std::size_t g = 0; g < n; g += 4) {
+        const float* p = x + 2 * g;
+        __m256d ab = load2(p), cd = load2(p + 4);
+        __m256d s = _mm256_add_pd(ab, cd), d = _mm256_sub_pd(ab, cd);
+        __m256d dm = _mm256_xor_pd(_mm256_permute_pd(d, 0b0110), _mm256_set_pd(-0.0, 0.0, 0.0, 0.0));
+        put2(out, rev, g, sum_dif(s));
+        put2(out, rev, g + 2, sum_dif(dm));
+    }
+}
+
+QX_AVX2 void pairs_scatter(const float* x, std::size_t n, const int* rev, std::uint64_t* out) noexcept {
+    for (std::size_t k = 0; k < n; k += 2)
+        put2(out, rev, k, sum_dif(load2(x + 2 * k)));
+}
+
+// The real split for pairs (k, m - k), (k + 1, m - k - 1) at a time, with the
+// operations of qx::fft::real_split; returns the first k it left undone.
+QX_AVX2 std::size_t real_split_avx2(float* z, std::size_t m, const float* T, bool forward) noexcept {
+    std::size_t k = 1;
+    for (; 2 * (k + 1) < m; k += 2) {
+        float* pa = z + 2 * k;
+        float* pb = z + 2 * (m - k - 1);
+        __m256d A = load2(pa);
+        __m256d B = _mm256_permute2f128_pd(load2(pb), load2(pb), 0x01);  // B[k], B[k + 1]
+        __m256d Tv = load2(T + 2 * k);                                   // (Tr, Ti) of k, k + 1
+        __m256d V = _mm256_blend_pd(_mm256_sub_pd(A, B), _mm256_add_pd(A, B), 0b1010);  // (dif, sum)
+        __m256d P1 = _mm256_mul_pd(V, swap_pairs(Tv));  // (dif Ti, sum Tr)
+        __m256d P2 = _mm256_mul_pd(V, Tv);              // (dif Tr, sum Ti)
+        __m256d An, Bn;
+        if (forward) {
+            __m256d F2 = _mm256_hadd_pd(P1, P1);                           // sum Tr + dif Ti
+            __m256d F3 = _mm256_hsub_pd(swap_pairs(P2), swap_pairs(P2));  // sum Ti - dif Tr
+            An = _mm256_blend_pd(_mm256_add_pd(B, F2), _mm256_sub_pd(F3, B), 0b1010);
+            Bn = _mm256_blend_pd(_mm256_sub_pd(A, F2), _mm256_sub_pd(F3, A), 0b1010);
+        } else {
+            __m256d F1 = _mm256_hsub_pd(P1, P1);  // dif Ti - sum Tr
+            __m256d F2 = _mm256_hadd_pd(P2, P2);  // dif Tr + sum Ti
+            __m256d G = _mm256_blend_pd(F1, F2, 0b1010);
+            An = _mm256_sub_pd(A, G);
+            Bn = _mm256_blend_pd(_mm256_add_pd(B, G), _mm256_sub_pd(B, G), 0b1010);
+        }
+        store2(pa, An);
+        store2(pb, _mm256_permute2f128_pd(Bn, Bn, 0x01));
+    }
+    return k;
+}
+
+const bool kHaveAvx2 = __builtin_cpu_supports("avx2");
+#else
+constexpr bool kHaveAvx2 = false;
+#endif
+
+constexpr int kStackOrder = 12;  // bit reversal through a stack copy up to 2^12 points
+
+// Bit-reversed order: scattered into a stack copy (no data-dependent
+// branches) and copied back, or swapped in place above 2^12 points.
+void reorder(float* x, int order, const int* rev) noexcept {
+    if (order < 3 || order > kStackOrder) {
+        qx::fft::bit_reverse(x, order, rev);
         return;
     }
     const std::size_t n = points(order);
-    if (n == 2) {
-        Core::pair(x);
+    std::uint64_t tmp[std::size_t{1} << kStackOrder];
+    for (std::size_t i = 0; i < n; ++i)
+        std::memcpy(&tmp[rev[i]], x + 2 * i, 8);
+    std::memcpy(x, tmp, 8 * n);
+}
+
+// Radix4<FloatOps>::run followed by the bit reversal, with the AVX2 stages
+// where the processor has them; the last pass then writes bit-reversed.
+void float_core(float* x, int order, const float* w, const int* rev, bool inverse) noexcept {
+    using Core = qx::fft::Radix4<FloatOps>;
+    const std::size_t n = points(order);
+    if (!kHaveAvx2 || n <= 4) {
+        Core::run(x, order, w, inverse);
+        reorder(x, order, rev);
         return;
     }
+#if QX_FFT_X86
     if (inverse)
         FloatOps::conj(x, n);
     std::size_t t = 1;
-    for (std::size_t q = n / 4; q >= 1; q /= 4, t *= 4) {
-        if (q >= 2)
-            stage_avx2(x, n, q, t, w);
+    for (std::size_t q = n / 4; q >= 2; q /= 4, t *= 4)
+        stage_avx2(x, n, q, t, w);
+    if (order <= kStackOrder) {
+        std::uint64_t tmp[std::size_t{1} << kStackOrder];
+        if (order & 1)
+            pairs_scatter(x, n, rev, tmp);
+        else
+            stage_q1_scatter(x, n, rev, tmp);
+        std::memcpy(x, tmp, 8 * n);
+    } else {
+        if (order & 1)
+            pairs_avx2(x, n);
         else
             stage_q1_avx2(x, n);
+        qx::fft::bit_reverse(x, order, rev);
     }
-    if (order & 1)
-        pairs_avx2(x, n);
-    if (inverse)
+    if (inverse)  // conjugation commutes with the permutation
         FloatOps::conj(x, n);
+#endif
 }
 
 void scale_all(float* x, std::size_t count, float f) noexcept {
@@ -230,10 +363,8 @@ void scale_all(float* x, std::size_t count, float f) noexcept {
         x[i] *= f;
 }
 
-// The three float transforms on validated arguments and fetched tables.
 void complex_float(float* x, int order, const float* w, const int* rev, bool inverse, bool scale) noexcept {
-    float_core(x, order, w, inverse);
-    qx::fft::bit_reverse(x, order, rev);
+    float_core(x, order, w, rev, inverse);
     if (scale)
         scale_all(x, 2 * points(order), 1.0f / static_cast<float>(points(order)));
 }
@@ -242,10 +373,14 @@ void real_float(float* x, int order, const float* T, const float* wHalf, const i
                 bool scale) noexcept {
     const std::size_t m = points(order - 1);
     if (order - 1 > 0) {
-        float_core(x, order - 1, wHalf, inverse);
-        qx::fft::bit_reverse(x, order - 1, revHalf);
+        float_core(x, order - 1, wHalf, revHalf, inverse);
     }
-    qx::fft::real_split<FloatOps>(x, m, T, !inverse);
+    std::size_t from = 1;
+#if QX_FFT_X86
+    if (kHaveAvx2)
+        from = real_split_avx2(x, m, T, !inverse);
+#endif
+    qx::fft::real_split<FloatOps>(x, m, T, !inverse, from);
     if (scale)
         scale_all(x, 2 * m, 1.0f / static_cast<float>(points(order)));
 }
@@ -255,8 +390,7 @@ void packed_float(float* x, int order, const float* w, const float* wHalf, const
     const std::size_t m = points(order - 1);
     qx::fft::packed_unsplit<FloatOps>(x, m, w, !inverse);
     if (order - 1 > 0) {
-        float_core(x, order - 1, wHalf, inverse);
-        qx::fft::bit_reverse(x, order - 1, revHalf);
+        float_core(x, order - 1, wHalf, revHalf, inverse);
     }
     if (scale)
         scale_all(x, 2 * m, 1.0f / static_cast<float>(points(order)));
@@ -342,7 +476,7 @@ QX_API int QXcbBitRev1(float* vec, int order) {
     const int* rev = order >= 3 ? QXGetBitRevTbl(order) : nullptr;
     if (r.failed())
         return QXGetStatus();
-    qx::fft::bit_reverse(vec, order, rev);
+    reorder(vec, order, rev);
     return 0;
 }
 

@@ -14,6 +14,7 @@
 // These functions stop at the first failed check and return the handler's
 // result, and they never look at the status word.
 #include <cstdint>
+#include <cstring>
 
 #include "kvxpx.h"
 #include "qx_packed.h"
@@ -29,6 +30,18 @@ using Row = std::uint8_t*;
 using i64 = long long;
 
 enum class Pix { Bit, Nibble, Byte };
+
+// A row-pointer array of any byte-sized pixel type (unsigned or signed). The
+// row pointers are read through their object representation, so one code
+// serves both kinds of array.
+struct Rows {
+    const void* base;
+    Row operator[](i64 i) const {
+        Row p;
+        std::memcpy(&p, static_cast<const char*>(base) + i * static_cast<i64>(sizeof(Row)), sizeof p);
+        return p;
+    }
+};
 
 // The derived quantities of one call, widened so that no sum can overflow.
 struct Plan {
@@ -97,8 +110,8 @@ inline void put(std::uint8_t* row, i64 c, unsigned v) {
 
 // Input row m of the transpose, output row k of the transpose.
 struct Sides {
-    Row* image;
-    Row* outImage;
+    Rows image;
+    Rows outImage;
     i64 inFirst, inStep;    // input row of m = inFirst + inStep * m
     i64 outFirst, outStep;  // output row of k = outFirst + outStep * k
     Row in(i64 m) const { return image[inFirst + inStep * m]; }
@@ -333,7 +346,7 @@ void transpose_bits(const Sides& s, i64 ic, i64 oc, i64 H, i64 W) {
 }
 
 template <Pix P>
-void quarter_turn(Row* image, Row* outImage, int angle, const Plan& p) {
+void quarter_turn(Rows image, Rows outImage, int angle, const Plan& p) {
     if (p.H <= 0 || p.W <= 0)
         return;
     Sides s{image, outImage, 0, 1, 0, 1};
@@ -374,7 +387,7 @@ void reverse_bytes(const std::uint8_t* src, std::uint8_t* dst, i64 n) {
 }
 
 template <Pix P>
-void half_turn(Row* image, Row* outImage, const Plan& p) {
+void half_turn(Rows image, Rows outImage, const Plan& p) {
     for (i64 m = 0; m < p.H; ++m) {
         const std::uint8_t* src = image[p.R0 + m];
         std::uint8_t* dst = outImage[p.OR0 + p.H - 1 - m];
@@ -390,7 +403,7 @@ void half_turn(Row* image, Row* outImage, const Plan& p) {
 // ---------------------------------------------------------------- the checks
 
 template <Pix P>
-int rotate(const qx::Report& r, Row* image, Row* outImage, int angle, int nInRows, int nInCols, int nOutRows,
+int rotate(const qx::Report& r, Rows image, Rows outImage, int angle, int nInRows, int nInCols, int nOutRows,
            int nOutCols) {
     if ((angle != 90) && (angle != -90) && (angle != 180))
         return r.raise(QX_StsBadArg, "((angle != 90) && (angle != -90) && (angle != 180))");
@@ -407,7 +420,7 @@ int rotate(const qx::Report& r, Row* image, Row* outImage, int angle, int nInRow
         return r.raise(QX_StsBadArg, "leftInY<0");
     // A null array has no usable rows at all.
     for (i = p.R0 + p.H - 1; i >= p.R0; --i)
-        if (image == nullptr || image[i] == nullptr)
+        if (image.base == nullptr || image[i] == nullptr)
             return r.raise(QX_StsBadArg, "image[i]==0");
     i64 j = p.OR0 + p.outRows;
     if (j < 0)
@@ -415,7 +428,7 @@ int rotate(const qx::Report& r, Row* image, Row* outImage, int angle, int nInRow
     if (p.OR0 < 0)
         return r.raise(QX_StsBadArg, "leftOutY<0");
     for (j = p.OR0 + p.outRows - 1; j >= p.OR0; --j)
-        if (outImage == nullptr || outImage[j] == nullptr)
+        if (outImage.base == nullptr || outImage[j] == nullptr)
             return r.raise(QX_StsBadArg, "outImage[j]==0");
 
     if (angle == 180)
@@ -436,23 +449,22 @@ extern "C" {
 
 QX_API int QXbRotateImage(unsigned char** image, unsigned char** outImage, int angle, int nInRows, int nInCols,
                           int nOutRows, int nOutCols) {
-    return rotate<Pix::Bit>(kBit, image, outImage, angle, nInRows, nInCols, nOutRows, nOutCols);
+    return rotate<Pix::Bit>(kBit, Rows{image}, Rows{outImage}, angle, nInRows, nInCols, nOutRows, nOutCols);
 }
 
 QX_API int QXnRotateImage(unsigned char** image, unsigned char** outImage, int angle, int nInRows, int nInCols,
                           int nOutRows, int nOutCols) {
-    return rotate<Pix::Nibble>(kNibble, image, outImage, angle, nInRows, nInCols, nOutRows, nOutCols);
+    return rotate<Pix::Nibble>(kNibble, Rows{image}, Rows{outImage}, angle, nInRows, nInCols, nOutRows, nOutCols);
 }
 
 QX_API int QXyRotateImage(unsigned char** image, unsigned char** outImage, int angle, int nInRows, int nInCols,
                           int nOutRows, int nOutCols) {
-    return rotate<Pix::Byte>(kByte, image, outImage, angle, nInRows, nInCols, nOutRows, nOutCols);
+    return rotate<Pix::Byte>(kByte, Rows{image}, Rows{outImage}, angle, nInRows, nInCols, nOutRows, nOutCols);
 }
 
 QX_API int QXtRotateImage(signed char** image, signed char** outImage, int angle, int nInRows, int nInCols,
                           int nOutRows, int nOutCols) {
-    return rotate<Pix::Byte>(kSByte, reinterpret_cast<Row*>(image), reinterpret_cast<Row*>(outImage), angle,
-                             nInRows, nInCols, nOutRows, nOutCols);
+    return rotate<Pix::Byte>(kSByte, Rows{image}, Rows{outImage}, angle, nInRows, nInCols, nOutRows, nOutCols);
 }
 
 }  // extern "C"

@@ -168,6 +168,25 @@ short truncate_low16(double d) noexcept {
     return static_cast<short>(static_cast<std::uint16_t>(static_cast<std::uint64_t>(v) & 0xFFFFu));
 }
 
+// y[i] = x[i] - c x[i-1] in double, rounded to float, in place. Blocks of 64
+// inputs are copied out, behind the last input of the block before, so that
+// the block's products run as one vector loop and every x[i-1] is read before
+// it is overwritten.
+__attribute__((target_clones("avx2", "default"))) void preemphasize_float(float* vect, double c, int n) noexcept {
+    constexpr int kBlock = 64;
+    float x[kBlock + 1];
+    x[kBlock] = vect[0];
+    for (int i = 1; i < n; i += kBlock) {
+        const int len = n - i < kBlock ? n - i : kBlock;
+        x[0] = x[kBlock];  // the previous input
+        for (int t = 0; t < len; ++t)
+            x[t + 1] = vect[i + t];
+        for (int t = 0; t < len; ++t)
+            vect[i + t] = static_cast<float>(static_cast<double>(x[t + 1]) - c * static_cast<double>(x[t]));
+        x[kBlock] = x[len];
+    }
+}
+
 }  // namespace
 
 extern "C" {
@@ -178,10 +197,7 @@ QX_API int QXsPreemphasize(float* vect, float coefficient, int n) {
     r.check(vect == nullptr, "vect==0");
     if (qx::Report::failed() || n == 1)
         return QXGetStatus();
-    // Walking down keeps every x[i-1] unmodified until it has been used.
-    const double c = coefficient;
-    for (int i = n - 1; i >= 1; --i)
-        vect[i] = static_cast<float>(static_cast<double>(vect[i]) - c * static_cast<double>(vect[i - 1]));
+    preemphasize_float(vect, static_cast<double>(coefficient), n);
     return QXGetStatus();
 }
 

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 
 #include "kvxpx.h"
 #include "qx_convert.h"
@@ -35,6 +36,14 @@ double distance2(const T* x, const T* w, size_t n) {
         sum += d * d;
     }
     return sum;
+}
+
+// A double distance as a float, rounding to nearest: beyond the largest float
+// (from half an ulp above it on) the result is infinity.
+inline float to_float(double d) {
+    if (d >= 0x1.ffffffp+127)
+        return std::numeric_limits<float>::infinity();
+    return static_cast<float>(d);
 }
 
 // Entries are neuron numbers; read as unsigned 16-bit they always index a
@@ -77,7 +86,7 @@ QX_API void QXsVQKohonen(const float* input, int numberOfInputs, int numberOfOut
     const size_t n = static_cast<size_t>(numberOfInputs);
     for (int k = 0; k < numberOfOutputs; ++k) {
         const double d = distance2(input, weights + static_cast<size_t>(k) * n, n);
-        output[k] = static_cast<float>(doSqrt ? std::sqrt(d) : d);
+        output[k] = to_float(doSqrt ? std::sqrt(d) : d);
     }
     rank(output, numberOfOutputs, numberOfRanks, rankList);
 }

@@ -230,10 +230,12 @@ struct Radix4 {
 // After the half-length transform of z[k] = x[2k] + i x[2k+1] (natural order):
 // forms the packed spectrum. T is the real-transform table (float) or the
 // complex table of order log2(n) (fixed point).
+// Pairs (k, m - k) below `from` are taken as done (a vector loop did them).
 template <class Ops>
-void real_split(typename Ops::T* z, std::size_t m, const typename Ops::W* T, bool forward) noexcept {
+void real_split(typename Ops::T* z, std::size_t m, const typename Ops::W* T, bool forward,
+                std::size_t from = 1) noexcept {
     using V = typename Ops::V;
-    std::size_t k = 1;
+    std::size_t k = from;
     for (; k < m - k; ++k) {
         typename Ops::T* A = z + 2 * k;
         typename Ops::T* B = z + 2 * (m - k);

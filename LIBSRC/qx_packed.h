@@ -11,11 +11,13 @@
 //   - the span of the vector over its destination bytes (first byte, whole
 //     bytes, last byte) and the masks of the first and last byte;
 //   - the block routines over whole bytes: single bytes until the destination
-//     address is a multiple of 4, then words, then the remaining bytes;
+//     address is a multiple of 4, then words (32-bit words, then wider lanes
+//     of 32 or 64 bytes), then the remaining bytes;
 //   - the realigning fetch, which builds the source byte that lines up with a
-//     destination byte from two neighbouring source bytes, a word at a time in
-//     the middle (read, put the first byte most significant, shift, bring in the
-//     top bits of the next byte, put back).
+//     destination byte from two neighbouring source bytes, many at a time in
+//     the middle (lanes; then 64-bit words: read, put the first byte most
+//     significant, shift, bring in the top bits of the next byte, put back).
+// Every form computes, for every byte, what the single-byte form computes.
 // A nibble vector is the bit vector of 4n bits that starts at bit 4p + 3, so
 // nibble operations are bit operations at those positions.
 //
@@ -186,7 +188,7 @@ inline void store_be64(std::uint8_t* p, std::uint64_t w) noexcept {
     std::memcpy(p, &w, sizeof w);
 }
 
-// Wider words: 32 bytes at a time. The logic is bitwise, so the lanes may be
+// Wider words: 32 or 64 bytes at a time. The logic is bitwise, so the lanes may be
 // of any width; the realigning shift works on 16-bit lanes and masks off the
 // bits that cross from one byte into the next, so every byte gets exactly what
 // the byte form computes. A routine gives the same bytes whether it runs on
@@ -308,24 +310,42 @@ template <class Op, class V>
         dst[i] = Op::byte(dst[i], pattern, pattern);
 }
 
-// Bytes p[0..sizeof(V)-1] each shifted left by sh with the top bits of the next byte.
-template <class V>
-[[gnu::always_inline]] inline V realigned(const std::uint8_t* p, unsigned sh, V keepHigh, V keepLow) noexcept {
-    return ((load_lanes<V>(p) << sh) & keepHigh) | ((load_lanes<V>(p + 1) >> (8 - sh)) & keepLow);
+// Bytes p[0..sizeof(V)-1] each shifted left by Sh with the top bits of the
+// next byte: the shift runs on 16-bit lanes, and the mask keeps in every byte
+// its own shifted bits and takes the rest from the next byte. Sh is a
+// constant so that the shifts take an immediate count.
+template <class V, unsigned Sh>
+[[gnu::always_inline]] inline V realigned(const std::uint8_t* p, V keepHigh) noexcept {
+    const V own = load_lanes<V>(p) << Sh;
+    const V next = load_lanes<V>(p + 1) >> (8 - Sh);
+    return (own & keepHigh) | (next & ~keepHigh);
+}
+
+// The lane part of a realigned operation from byte i on; returns where it
+// stopped.
+template <class Op, class V, unsigned Sh>
+[[gnu::always_inline]] inline std::size_t realign_run(std::uint8_t* dst, const std::uint8_t* a, const std::uint8_t* b,
+                                                      std::size_t i, std::size_t count) noexcept {
+    const V keepHigh = splat<V>(static_cast<std::uint8_t>(0xFFu << Sh));  // bits a byte keeps of itself
+    for (; i + sizeof(V) <= count; i += sizeof(V)) {
+        const V va = realigned<V, Sh>(a + i, keepHigh);
+        const V vb = two_sources<Op> ? realigned<V, Sh>(b + i, keepHigh) : V{};
+        const V vd = reads_dst<Op> ? load_lanes<V>(dst + i) : V{};
+        store_lanes(dst + i, Op::template word<V>(vd, va, vb));
+    }
+    return i;
 }
 
 // Destination bytes 0..count-1 of a realigned operation with 0 < sh < 8: each
 // output byte is a[i] << sh with the top bits of a[i + 1] brought in (b alike).
-// The lanes do 32 or 64 bytes a round; then eight bytes a round: read a word with
-// the first byte most significant, shift it, bring in the top bits of the next
+// The lanes do 32 or 64 bytes a round; then eight bytes a round: read a word
+// with the first byte most significant, shift it, bring in the top bits of the next
 // byte, store it back in memory order; then single bytes. Bytes a[0..count]
 // are read, all inside the source vector.
 template <class Op, class V>
 [[gnu::always_inline]] inline void realign_lanes(std::uint8_t* dst, const std::uint8_t* a, const std::uint8_t* b,
                                                  std::size_t count, unsigned sh) noexcept {
     const unsigned back = 8 - sh;
-    const V keepHigh = splat<V>(static_cast<std::uint8_t>(0xFFu << sh));  // bits a byte keeps of itself
-    const V keepLow = splat<V>(static_cast<std::uint8_t>(0xFFu >> back));  // bits it takes from the next
     auto one = [&](std::size_t i) {
         const auto ba = static_cast<std::uint8_t>((a[i] << sh) | (a[i + 1] >> back));
         const auto bb = two_sources<Op> ? static_cast<std::uint8_t>((b[i] << sh) | (b[i + 1] >> back)) : 0;
@@ -347,11 +367,14 @@ template <class Op, class V>
         for (; misaligned(i, sizeof(V)); i += 8)
             eight(i);
     }
-    for (; i + sizeof(V) <= count; i += sizeof(V)) {
-        const V va = realigned<V>(a + i, sh, keepHigh, keepLow);
-        const V vb = two_sources<Op> ? realigned<V>(b + i, sh, keepHigh, keepLow) : V{};
-        const V vd = reads_dst<Op> ? load_lanes<V>(dst + i) : V{};
-        store_lanes(dst + i, Op::template word<V>(vd, va, vb));
+    switch (sh) {
+    case 1: i = realign_run<Op, V, 1>(dst, a, b, i, count); break;
+    case 2: i = realign_run<Op, V, 2>(dst, a, b, i, count); break;
+    case 3: i = realign_run<Op, V, 3>(dst, a, b, i, count); break;
+    case 4: i = realign_run<Op, V, 4>(dst, a, b, i, count); break;
+    case 5: i = realign_run<Op, V, 5>(dst, a, b, i, count); break;
+    case 6: i = realign_run<Op, V, 6>(dst, a, b, i, count); break;
+    default: i = realign_run<Op, V, 7>(dst, a, b, i, count); break;
     }
     for (; i + 8 <= count; i += 8)
         eight(i);

@@ -305,7 +305,15 @@ QX_API float QXsSum(const float* src, int n);
 
 /* ======================================================================
  * Packed vectors: fill, copy, complement, and/or/xor
- * ====================================================================== */
+ * ======================================================================
+ * Bit vectors (bb): startPos 0..7 is the bit of the first byte that holds
+ * element 0 (7 = most significant, byte-aligned); later elements follow
+ * towards bit 0 and on into bit 7 of the next byte. Nibble vectors (nb):
+ * startPos 1 is the high nibble of the first byte, 0 the low one. Source and
+ * destination may start at different positions. Bits of the first and last
+ * destination bytes outside the vector keep their values. Overlapping source
+ * and destination are not supported. Failed checks report -5; with an error
+ * pending (QXGetStatus() < 0) these functions do nothing. */
 QX_API void QXbbZero(unsigned char* dst, int startPos, int n);
 QX_API void QXnbZero(unsigned char* dst, int startPos, int n);
 QX_API void QXybZero(unsigned char* dst, int n);
@@ -415,18 +423,27 @@ QX_API double QXPower2(int k);
 #define QX_INVERSE             2
 #define QX_NO_INVERSE_SCALING  8
 
+/* Bit reversal of the order low bits: fills n ints, returns n - 1. */
 QX_API int    QXCalcBitRevTbl(int* tbl, int order);
+/* Cached tables (library owned, 32-byte aligned, kept until QXFreeFftTbls);
+ * NULL after an error. */
 QX_API int*   QXGetBitRevTbl(int order);
+/* Permutes n complex floats into bit-reversed order; 0 or the status. */
 QX_API int    QXcbBitRev1(float* vec, int order);
+/* Twiddles: entry k = e^(-2 pi i k / n) as (re, im) floats; the short tables
+ * hold each part times 16384, truncated. Dec: tbl1[i] = tbl2[2i], tbl2
+ * being the table of order + 1. */
 QX_API void   QXcCalcFftTwdTbl(float* tbl, int order);
 QX_API void   QXcDecFftTwdTbl(float* tbl1, const float* tbl2, int order);
 QX_API float* QXcGetFftTwdTbl(int order);
 QX_API void   QXwCalcFftTwdTbl(short* tbl, int order);
 QX_API void   QXwDecFftTwdTbl(short* tbl1, const short* tbl2, int order);
 QX_API short* QXwGetFftTwdTbl(int order);
+/* Releases every FFT table and the short transforms' scratch buffers. */
 QX_API void   QXFreeFftTbls(void);
 
-/* In-place complex transform of n complex floats; Nip copies first. */
+/* In-place complex transform of n complex floats; Nip copies first and
+ * returns the status. Order 0 is the identity. */
 QX_API void QXcFft(float* samps, int order, int flags);
 QX_API int  QXcFftNip(const float* inSamps, float* outSamps, int order, int flags);
 
@@ -437,8 +454,10 @@ QX_API int  QXsRealFftNip(const float* inSamps, float* outSamps, int order, int 
 QX_API void QXsCcsFft(float* samps, int order, int flags);
 QX_API int  QXsCcsFftNip(const float* inSamps, float* outSamps, int order, int flags);
 
-/* Short data: fixed point for order <= 10 and doScale != 2, else through
- * floats and the scaled conversion. */
+/* Short data: fixed point for order <= 10 and doScale != 2 (inputs times 64,
+ * output shifted right by 6 + *scaleFactor (doScale 1) + order (scaled
+ * inverse); doScale 0/1 keep the low 16 bits, 3 saturates), else through
+ * floats and QXswbConvertDown with the caller's doScale and scaleFactor. */
 QX_API void QXvFft(short* samps, int order, int flags, int doScale, int* scaleFactor);
 QX_API int  QXvFftNip(const short* inSamps, short* outSamps, int order, int flags, int doScale, int* scaleFactor);
 QX_API void QXwRealFft(short* samps, int order, int flags, int doScale, int* scaleFactor);
@@ -449,12 +468,20 @@ QX_API int  QXwCcsFftNip(const short* inSamps, short* outSamps, int order, int f
 /* ======================================================================
  * Windows and pre-emphasis
  * ====================================================================== */
-/* y[0] = x[0]; y[i] = x[i] - coefficient * x[i-1]. Returns the status. */
+/* y[0] = x[0]; y[i] = x[i] - coefficient * x[i-1] (previous input sample, in
+ * double). Returns the status. The short form with doScale 0 works on the
+ * shorts directly (truncated, low 16 bits kept, *scaleFactor = 0); other
+ * doScale values go through a float buffer released by QXFreePreemphasizeTbls. */
 QX_API int  QXsPreemphasize(float* vect, float coefficient, int n);
 QX_API int  QXwPreemphasize(short* vect, float coefficient, int n, int doScale, int* scaleFactor);
 QX_API void QXFreePreemphasizeTbls(void);
 
-/* Multiply vect by the window; coefficients cached for up to 16 lengths. */
+/* Multiply vect by the window; coefficients cached for up to 16 lengths per
+ * kind (a 17th length empties that kind's cache). Length 1 is left unchanged.
+ * Hamming 0.54 - 0.46 cos(2 pi i/(n-1)); Hanning 0.5 - 0.5 cos(2 pi (i+1)/(n+1));
+ * Bartlett triangle 0..1..0; Blackman 0.42 - 0.5 cos(x) + 0.08 cos(2x).
+ * The short forms go through floats and convert down with doScale. The s
+ * release frees the float tables; the w release also the conversion buffer. */
 QX_API void QXsWinHamming(float* vect, int n);
 QX_API void QXsWinHanning(float* vect, int n);
 QX_API void QXsWinBartlett(float* vect, int n);
@@ -498,10 +525,17 @@ typedef struct QXMFCCFilters {
     QXMFCCPoint* fftSpec;
 } QXMFCCFilters;
 
+/* Bank of nBandPass triangles on the mel scale from startFreq to endFreq for
+ * frames of 2^order samples; with linear != 0 the first nLinearBands bands are
+ * evenly spaced in hertz up to linearEndFreq. Null on failure. */
 QX_API QXMFCCFilters* QXsMFCCInit(int order, int nBandPass, int startFreq, int endFreq, int samplingFreq,
                                   int linear, int nLinearBands, int linearEndFreq);
 QX_API QXMFCCFilters* QXwMFCCInit(int order, int nBandPass, int startFreq, int endFreq, int samplingFreq,
                                   int linear, int nLinearBands, int linearEndFreq);
+/* nCeps cepstral coefficients of a frame (doTransform != 0: n samples, real
+ * FFT, 0.5 log10 |X|^2 per bin) or of n/2 + 1 log magnitudes (doTransform 0):
+ * weighted band sums, then ceps[k] = 2 sum_i band[i] cos(k (i + 1/2) pi/nBandPass)
+ * (ceps[0] = 2 sum_i band[i]). Scratch follows the bank used last. */
 QX_API void QXsCepstralMFCC(int doTransform, const float* vect, QXMFCCFilters* filters, float* ceps, int nCeps);
 QX_API void QXwCepstralMFCC(int doTransform, const short* vect, QXMFCCFilters* filters, short* ceps, int nCeps,
                             int doScale, int* scaleFactor);
@@ -696,12 +730,20 @@ typedef struct QXRegion {
     int rightBotCol;
 } QXRegion;
 
-/* orient 1: upside down; orient 0: left to right. */
+/* Images are arrays of row pointers; a row is a packed vector of its type
+ * starting at the first element of its first byte (bits: column c is bit
+ * 7 - c%8 of byte c/8; nibbles: column c is the high nibble of byte c/2 when
+ * c is even). Pixels of a destination byte that are not written keep their
+ * values. The y and t forms return the negative status when a check fails.
+ * orient 1: upside down; orient 0: left to right. Input and output must not
+ * share rows. */
 QX_API void QXbMirrorImage(unsigned char** image, unsigned char** outImage, int nInRows, int nInCols, int orient);
 QX_API void QXnMirrorImage(unsigned char** image, unsigned char** outImage, int nInRows, int nInCols, int orient);
 QX_API int  QXyMirrorImage(unsigned char** image, unsigned char** outImage, int nInRows, int nInCols, int orient);
 QX_API int  QXtMirrorImage(signed char** image, signed char** outImage, int nInRows, int nInCols, int orient);
 
+/* Copies the inclusive rectangle copyRgn of image to outImage with its top
+ * left pixel at (orgRow, orgCol); both images must contain it. */
 QX_API void QXbCopyImage(unsigned char** image, unsigned char** outImage, const QXRegion* copyRgn, int orgRow, int orgCol);
 QX_API void QXnCopyImage(unsigned char** image, unsigned char** outImage, const QXRegion* copyRgn, int orgRow, int orgCol);
 QX_API int  QXyCopyImage(unsigned char** image, unsigned char** outImage, const QXRegion* copyRgn, int orgRow, int orgCol);

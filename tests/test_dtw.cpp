@@ -726,3 +726,48 @@ TEST_F(Dtw, ShortFormScalesInAndOut) {
     EXPECT_EQ(got()[0], (Rep{-5, "QXwsbConvertUp", "scaleFactor<-64"}));
     EXPECT_EQ(two[0], 9);  // the final conversion writes nothing while the error is pending
 }
+
+TEST_F(Dtw, ShortFormMatchesTheFloatFormOnTheRealValues) {
+    std::mt19937 rng(99);
+    for (int round = 0; round < 30; ++round) {
+        const int n = 2 + rng() % 8, vecLen = 1 + rng() % 4, sfTest = int(rng() % 5) - 2;
+        auto shorts = [&](int len) {
+            std::vector<std::vector<short>> v(len, std::vector<short>(vecLen));
+            for (auto& r : v)
+                for (auto& x : r)
+                    x = short(int(rng() % 201) - 100);
+            return Seq<short>(v);
+        };
+        auto real = [&](Seq<short>& s, int sf) {
+            std::vector<std::vector<float>> v;
+            for (auto& r : s.v) {
+                v.emplace_back();
+                for (short x : r)
+                    v.back().push_back(float(std::ldexp(double(x), sf)));
+            }
+            return Seq<float>(v);
+        };
+        Seq<short> t = shorts(n);
+        Seq<float> tf = real(t, sfTest);
+        std::vector<int> wids, sids;
+        for (int m = (n - 1) / 2 + 1; m <= 2 * n - 1; ++m) {
+            const int sf = int(rng() % 5) - 2;
+            Seq<short> p = shorts(m);
+            Seq<float> pf = real(p, sf);
+            wids.push_back(QXwPatternIni(p.p(), m, vecLen, sf));
+            sids.push_back(QXsPatternIni(pf.p(), m, vecLen));
+        }
+        const int k = int(wids.size());
+        const int options = (round % 2 ? QX_DTW_L1 : QX_DTW_L2) | QX_DTW_FIXED_END;
+        std::vector<int> w(k);
+        std::vector<double> s(k);
+        int sf = 0;
+        const int wbest = QXwEvalDTW(wids.data(), k, t.p(), n, vecLen, sfTest, options, 0, 0, 0, w.data(), 0, &sf);
+        EXPECT_EQ(wbest, QXsEvalDTW(sids.data(), k, tf.p(), n, vecLen, options, 0.0, 0, s.data()));
+        for (int q = 0; q < k; ++q)
+            EXPECT_EQ(w[q], static_cast<int>(s[q]));  // truncated, no scaling
+        QXwPatternFreeAll();
+        QXsPatternFreeAll();
+    }
+    EXPECT_TRUE(got().empty());
+}

@@ -1,553 +1,263 @@
-// FFT tables and the float transforms, against a naive DFT in double.
-#include <cmath>
-#include <complex>
+// FFT tables and float transforms against a naive DFT in double; the reports
+// and allocation failures of every FFT routine, short-data ones included.
 #include <cstdint>
 #include <cstring>
-#include <numbers>
-#include <random>
-#include <vector>
+#include <functional>
 
-#include "kvx_test.h"
+#include "fft_reference.h"
 #include "qx_fft.h"
 
+using namespace fftref;
 using kvxtest::FailAllocation;
-using kvxtest::LibTest;
 using kvxtest::Rep;
+using Reps = std::vector<Rep>;
 
 namespace {
 
-using cd = std::complex<double>;
-
-// Tables live in the working context until QXFreeFftTbls; every test starts
-// and ends without them so that leaks show.
-class Fft : public LibTest {
-protected:
-    void SetUp() override {
-        LibTest::SetUp();
-        QXFreeFftTbls();
-        live_ = qx::testing::live_blocks();
-    }
-    void TearDown() override {
-        QXFreeFftTbls();
-        EXPECT_EQ(qx::testing::live_blocks(), live_ - 0);
-        LibTest::TearDown();
-    }
-    long live_ = 0;
-};
-
-// e^(sign * 2 pi i * jk / n), with jk reduced mod n first for accuracy.
-cd root(std::size_t jk, std::size_t n, int sign) {
-    double a = 2.0 * std::numbers::pi * static_cast<double>(jk % n) / static_cast<double>(n);
-    return {std::cos(a), sign * std::sin(a)};
-}
-
-// One bin of the DFT of x (n complex values): sum_j x[j] e^(sign 2 pi i jk/n).
-cd dft_bin(const std::vector<cd>& x, std::size_t k, int sign) {
-    static std::vector<cd> roots;  // e^(-2 pi i m/n) for the last n used
-    const std::size_t n = x.size();
-    if (roots.size() != n) {
-        roots.resize(n);
-        for (std::size_t m = 0; m < n; ++m)
-            roots[m] = root(m, n, -1);
-    }
-    cd s = 0;
-    for (std::size_t j = 0; j < n; ++j) {
-        cd w = roots[(j * k) % n];
-        s += x[j] * (sign < 0 ? w : std::conj(w));
-    }
-    return s;
-}
-
-std::vector<float> random_floats(std::size_t count, unsigned seed) {
-    std::mt19937 gen(seed);
-    std::uniform_real_distribution<float> u(-1.0f, 1.0f);
-    std::vector<float> v(count);
-    for (float& f : v)
-        f = u(gen);
-    return v;
-}
-
-std::vector<cd> as_complex(const std::vector<float>& v) {
-    std::vector<cd> z(v.size() / 2);
-    for (std::size_t k = 0; k < z.size(); ++k)
-        z[k] = {v[2 * k], v[2 * k + 1]};
-    return z;
-}
+bool aligned(const void* p) { return reinterpret_cast<std::uintptr_t>(p) % 32 == 0; }
 
 // Float rounding through log2(n) stages of sums of magnitude about sqrt(n).
-double tolerance(int order) { return 3e-7 * (order + 2) * std::sqrt(double(std::size_t{1} << order)); }
-
-// Bins checked at an order: all of them up to 2^10, a spread sample above.
-std::vector<std::size_t> bins(std::size_t n) {
-    std::vector<std::size_t> b;
-    if (n <= 1024) {
-        for (std::size_t k = 0; k < n; ++k)
-            b.push_back(k);
-    } else {
-        for (std::size_t k : {std::size_t{0}, std::size_t{1}, std::size_t{2}, std::size_t{3}, n / 8, n / 4 - 1, n / 3,
-                              n / 2 - 1, n / 2, n / 2 + 1, n - 3, n - 1})
-            b.push_back(k);
-    }
-    return b;
-}
+double tolerance(int order) { return 6e-7 * (order + 2) * std::sqrt(double(std::size_t{1} << order)); }
 
 }  // namespace
 
-// ---------------------------------------------------------------------------
-// Tables
-
-TEST_F(Fft, BitReversalTableAndPermutationReverseTheLowOrderBits) {
-    for (int order = 0; order <= 12; ++order) {
-        std::size_t n = std::size_t{1} << order;
-        std::vector<int> t(n, -1);
-        EXPECT_EQ(QXCalcBitRevTbl(t.data(), order), int(n - 1));
+TEST_F(FftTest, TablesHoldTheBitReversalAndTheRootsOfUnity) {
+    for (int order = 0; order <= 14; ++order) {
+        const std::size_t n = std::size_t{1} << order;
+        std::vector<int> rev(n), reversed(n, 0);
+        ASSERT_EQ(QXCalcBitRevTbl(rev.data(), order), int(n - 1));
         std::vector<float> v(2 * n);
         for (std::size_t i = 0; i < n; ++i) {
-            std::size_t r = 0;
-            for (int b = 0; b < order; ++b)
-                r |= ((i >> b) & 1u) << (order - 1 - b);
-            ASSERT_EQ(t[i], int(r)) << order << " " << i;
+            reversed[i] = i ? (reversed[i / 2] >> 1) | int((i & 1) << (order - 1)) : 0;
             v[2 * i] = float(i), v[2 * i + 1] = -float(i);
         }
-        const int* cached = QXGetBitRevTbl(order);
-        ASSERT_NE(cached, nullptr);
-        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(cached) % 32, 0u);
-        EXPECT_EQ(QXGetBitRevTbl(order), cached);
-        EXPECT_TRUE(std::equal(t.begin(), t.end(), cached));
-        EXPECT_EQ(QXcbBitRev1(v.data(), order), 0);
-        for (std::size_t i = 0; i < n; ++i) {
-            ASSERT_EQ(v[2 * i], float(t[i]));
-            ASSERT_EQ(v[2 * i + 1], -float(t[i]));
-        }
-    }
-    EXPECT_TRUE(got().empty());
-}
-
-TEST_F(Fft, TwiddleTablesHoldTheRootsOfUnity) {
-    for (int order = 0; order <= 14; ++order) {
-        std::size_t n = std::size_t{1} << order;
+        ASSERT_EQ(rev, reversed) << order;
+        const int* cachedRev = QXGetBitRevTbl(order);
+        ASSERT_TRUE(cachedRev && std::equal(rev.begin(), rev.end(), cachedRev));
+        ASSERT_EQ(QXcbBitRev1(v.data(), order), 0);
+        for (std::size_t i = 0; i < n; ++i)
+            ASSERT_TRUE(v[2 * i] == float(rev[i]) && v[2 * i + 1] == -float(rev[i])) << order << " " << i;
+        // Twiddles against cos/sin (the half-turn symmetry exact), their cached copy, the fixed-point
+        // table truncated from them and the real-transform table (halved, imaginary part shifted by 1/2).
         std::vector<float> t(2 * n);
+        std::vector<short> tw(2 * n);
         QXcCalcFftTwdTbl(t.data(), order);
-        for (std::size_t k = 0; k < n; ++k) {
-            cd w = root(k, n, -1);
-            ASSERT_NEAR(t[2 * k], w.real(), 4e-7) << order << " " << k;
-            ASSERT_NEAR(t[2 * k + 1], w.imag(), 4e-7) << order << " " << k;
+        QXwCalcFftTwdTbl(tw.data(), order);
+        const float *c = QXcGetFftTwdTbl(order), *r = qx::fft::real_twiddles(order);
+        const short* w = QXwGetFftTwdTbl(order);
+        ASSERT_TRUE(c && w && r && aligned(c) && aligned(w) && aligned(r) && aligned(cachedRev));
+        for (std::size_t k = 0; k < 2 * n; ++k) {
+            const double a = -2.0 * std::numbers::pi * double(k / 2) / double(n);
+            const double want = k % 2 ? std::sin(a) : std::cos(a);
+            ASSERT_NEAR(t[k], want, 4e-7) << order << " " << k;
+            ASSERT_TRUE(n < 2 || k >= n || t[k + n] == -t[k]) << order << " " << k;
+            ASSERT_TRUE(c[k] == t[k] && tw[k] == w[k] && w[k] == short(std::trunc(t[k] * 16384.0))) << k;
+            ASSERT_NEAR(r[k], 0.5 * want + (k % 2 ? 0.5 : 0.0), 3e-7) << order << " " << k;
         }
-        // The symmetries are exact.
-        for (std::size_t k = 0; k < n / 2; ++k) {
-            ASSERT_EQ(t[2 * (k + n / 2)], -t[2 * k]);
-            ASSERT_EQ(t[2 * (k + n / 2) + 1], -t[2 * k + 1]);
-        }
-        const float* c = QXcGetFftTwdTbl(order);
-        ASSERT_NE(c, nullptr);
-        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(c) % 32, 0u);
-        EXPECT_TRUE(std::equal(t.begin(), t.end(), c)) << order;
-        short* w = QXwGetFftTwdTbl(order);
-        ASSERT_NE(w, nullptr);
-        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(w) % 32, 0u);
-        for (std::size_t k = 0; k < 2 * n; ++k)
-            ASSERT_EQ(w[k], short(std::trunc(double(t[k]) * 16384.0))) << order << " " << k;
-        std::vector<short> wc(2 * n);
-        QXwCalcFftTwdTbl(wc.data(), order);
-        EXPECT_TRUE(std::equal(wc.begin(), wc.end(), w));
+    }
+    // With order 9 cached, every table of order 8 holds its even entries (equal to the computed
+    // ones only within rounding).
+    QXFreeFftTbls();
+    const float *c9 = QXcGetFftTwdTbl(9), *r9 = qx::fft::real_twiddles(9);
+    const short* w9 = QXwGetFftTwdTbl(9);
+    const float *c8 = QXcGetFftTwdTbl(8), *r8 = qx::fft::real_twiddles(8);
+    const short* w8 = QXwGetFftTwdTbl(8);
+    float cd[512];
+    short wd[512];
+    QXcDecFftTwdTbl(cd, c9, 8);
+    QXwDecFftTwdTbl(wd, w9, 8);
+    for (int k = 0; k < 512; ++k) {
+        const int e = 4 * (k / 2) + k % 2;
+        ASSERT_TRUE(c8[k] == c9[e] && cd[k] == c9[e] && r8[k] == r9[e] && w8[k] == w9[e] && wd[k] == w9[e]) << k;
     }
     EXPECT_TRUE(got().empty());
 }
 
-TEST_F(Fft, SmallerTablesAreDecimatedFromACachedLargerOne) {
-    const float* big = QXcGetFftTwdTbl(9);
-    const short* wbig = QXwGetFftTwdTbl(9);
-    ASSERT_TRUE(big && wbig);
-    std::vector<float> direct(2 * 256);
-    QXcCalcFftTwdTbl(direct.data(), 8);
-    const float* small = QXcGetFftTwdTbl(8);
-    const short* wsmall = QXwGetFftTwdTbl(8);
-    ASSERT_TRUE(small && wsmall);
-    std::vector<float> dec(2 * 256);
-    std::vector<short> wdec(2 * 256);
-    QXcDecFftTwdTbl(dec.data(), big, 8);
-    QXwDecFftTwdTbl(wdec.data(), wbig, 8);
-    bool differs = false;
-    for (int i = 0; i < 256; ++i) {
-        for (int p = 0; p < 2; ++p) {
-            ASSERT_EQ(small[2 * i + p], big[4 * i + p]);
-            ASSERT_EQ(dec[2 * i + p], big[4 * i + p]);
-            ASSERT_EQ(wsmall[2 * i + p], wbig[4 * i + p]);
-            ASSERT_EQ(wdec[2 * i + p], wbig[4 * i + p]);
-            EXPECT_NEAR(small[2 * i + p], direct[2 * i + p], 3e-7);
-            differs |= small[2 * i + p] != direct[2 * i + p];
-        }
-    }
-    (void)differs;  // decimated and computed entries agree only within rounding
-    EXPECT_TRUE(got().empty());
-}
-
-TEST_F(Fft, FreeReleasesEveryTableAndBufferAndMayRepeat) {
-    long live = qx::testing::live_blocks();
-    std::vector<float> x(64, 1.0f);
-    QXsRealFft(x.data(), 6, QX_FORWARD);
-    QXcFft(x.data(), 5, QX_FORWARD);
-    ASSERT_NE(QXwGetFftTwdTbl(3), nullptr);
-    EXPECT_GT(qx::testing::live_blocks(), live);
-    QXFreeFftTbls();
-    EXPECT_EQ(qx::testing::live_blocks(), live);
-    QXFreeFftTbls();
-    EXPECT_EQ(qx::testing::live_blocks(), live);
-    // A transform after the release rebuilds what it needs.
-    std::vector<float> imp(64, 0.0f);
-    imp[0] = 1.0f;
-    QXcFft(imp.data(), 5, QX_FORWARD);
-    for (int k = 0; k < 32; ++k)
-        ASSERT_EQ(imp[2 * k], 1.0f);
-    EXPECT_TRUE(got().empty());
-}
-
-// ---------------------------------------------------------------------------
-// Complex transform
-
-TEST_F(Fft, ComplexTransformMatchesTheDftInBothDirections) {
+// Forward, inverse, unscaled inverse against the DFT; the forward result
+// taken back by the matching inverse returns the input.
+TEST_F(FftTest, FloatTransformsMatchTheDftAndInvert) {
     for (int order = 0; order <= 14; ++order) {
         const std::size_t n = std::size_t{1} << order;
-        const auto in = random_floats(2 * n, 100 + order);
-        const auto z = as_complex(in);
-        for (int flags : {QX_FORWARD, QX_INVERSE, QX_INVERSE | QX_NO_INVERSE_SCALING, QX_FORWARD | QX_NO_INVERSE_SCALING}) {
-            std::vector<float> x = in;
-            QXcFft(x.data(), order, flags);
-            const int sign = (flags & QX_INVERSE) ? 1 : -1;
-            const double div = (flags == QX_INVERSE) ? double(n) : 1.0;
-            for (std::size_t k : bins(n)) {
-                cd want = dft_bin(z, k, sign) / div;
-                ASSERT_NEAR(x[2 * k], want.real(), tolerance(order) / div) << order << " " << flags << " " << k;
-                ASSERT_NEAR(x[2 * k + 1], want.imag(), tolerance(order) / div) << order << " " << flags << " " << k;
+        for (auto [shape, fn, back] : {std::tuple{Shape::Complex, &QXcFftNip, &QXcFft},
+                                       {Shape::Real, QXsRealFftNip, QXsCcsFft},
+                                       {Shape::Packed, QXsCcsFftNip, QXsRealFft}}) {
+            const std::size_t count = shape == Shape::Complex ? 2 * n : n;
+            const auto in = noise<float>(count, 1.0, 10 * order + unsigned(shape));
+            std::vector<float> out(count);  // holds the forward result after the loop
+            for (int flags : {QX_FORWARD | QX_NO_INVERSE_SCALING, QX_INVERSE, QX_INVERSE | QX_NO_INVERSE_SCALING,
+                              QX_FORWARD}) {
+                ASSERT_EQ(fn(in.data(), out.data(), order, flags), 0);
+                Dft X(shape, in, flags & QX_INVERSE ? 1 : -1);
+                const double div = flags == QX_INVERSE ? double(n) : 1.0;
+                for (std::size_t i = 0; i < count; i += count > 2048 ? 997 : 1)  // a spread sample above 2048
+                    ASSERT_NEAR(out[i], X.at(i) / div, tolerance(order) / div)
+                        << int(shape) << " " << order << " " << flags << " " << i;
             }
-            if (order >= 13)
-                break;  // the other directions are covered at the smaller orders
+            back(out.data(), order, QX_INVERSE);
+            for (std::size_t i = 0; i < count; ++i)
+                ASSERT_NEAR(out[i], in[i], 1e-6 * (order + 1)) << int(shape) << " " << order << " " << i;
         }
     }
     EXPECT_TRUE(got().empty());
 }
 
-TEST_F(Fft, ComplexSpecialSignalsAndRoundTrip) {
-    // Order 0 is the identity; the Nip form copies the one value.
-    float one[2] = {3.5f, -2.0f}, out[2] = {0, 0};
-    QXcFft(one, 0, 0);  // no flag checks at order 0
-    EXPECT_EQ(one[0], 3.5f);
-    EXPECT_EQ(QXcFftNip(one, out, 0, 0), 0);
-    EXPECT_EQ(out[0], 3.5f);
-    EXPECT_EQ(out[1], -2.0f);
-    // Order 1: the inverse is the forward transform halved.
-    float f[4] = {1.0f, 2.0f, 5.0f, -3.0f}, g[4] = {1.0f, 2.0f, 5.0f, -3.0f};
-    QXcFft(f, 1, QX_FORWARD);
-    QXcFft(g, 1, QX_INVERSE);
-    for (int i = 0; i < 4; ++i)
-        EXPECT_EQ(g[i], f[i] / 2);
-    EXPECT_EQ(f[0], 6.0f);
-    EXPECT_EQ(f[3], 5.0f);
-    for (int order = 2; order <= 10; ++order) {
+// The vector stages and split perform the scalar operations in the same
+// order, so the dispatched real transform (which runs the complex core on
+// half the points) equals the plain scalar code bit for bit.
+TEST_F(FftTest, TransformsEqualThePlainScalarCodeBitForBit) {
+    for (int order = 1; order <= 14; ++order) {
         const std::size_t n = std::size_t{1} << order;
-        std::vector<float> imp(2 * n, 0.0f), ones(2 * n, 0.0f);
-        imp[0] = 1.0f;
-        for (std::size_t k = 0; k < n; ++k)
-            ones[2 * k] = 1.0f;
-        QXcFft(imp.data(), order, QX_FORWARD);
-        QXcFft(ones.data(), order, QX_FORWARD);
-        for (std::size_t k = 0; k < n; ++k) {
-            ASSERT_EQ(imp[2 * k], 1.0f);
-            ASSERT_EQ(imp[2 * k + 1], 0.0f);
-            ASSERT_NEAR(ones[2 * k], k == 0 ? double(n) : 0.0, 1e-4) << order << " " << k;
-            ASSERT_NEAR(ones[2 * k + 1], 0.0, 1e-4);
-        }
-        const auto in = random_floats(2 * n, order);
-        std::vector<float> x(2 * n), y(2 * n);
-        EXPECT_EQ(QXcFftNip(in.data(), x.data(), order, QX_FORWARD), 0);
-        EXPECT_EQ(QXcFftNip(x.data(), y.data(), order, QX_INVERSE), 0);
-        for (std::size_t i = 0; i < 2 * n; ++i)
-            ASSERT_NEAR(y[i], in[i], 1e-6 * order);
-    }
-    EXPECT_TRUE(got().empty());
-}
-
-// ---------------------------------------------------------------------------
-// Real signals and packed spectra
-
-namespace {
-// The packed spectrum of a real signal by the DFT.
-std::vector<double> packed_dft(const std::vector<float>& x, int sign, const std::vector<std::size_t>& which) {
-    std::vector<cd> z(x.begin(), x.end());
-    const std::size_t n = x.size();
-    std::vector<double> p(n, std::nan(""));
-    for (std::size_t k : which) {
-        if (k > n / 2)
-            continue;
-        cd X = dft_bin(z, k, sign);
-        if (k == 0)
-            p[0] = X.real();
-        else if (k == n / 2)
-            p[1] = X.real();
-        else
-            p[2 * k] = X.real(), p[2 * k + 1] = X.imag();
-    }
-    return p;
-}
-}  // namespace
-
-TEST_F(Fft, RealTransformGivesThePackedSpectrumOfTheDft) {
-    for (int order = 0; order <= 14; ++order) {
-        const std::size_t n = std::size_t{1} << order;
-        const auto in = random_floats(n, 200 + order);
-        for (int flags : {QX_FORWARD, QX_INVERSE, QX_INVERSE | QX_NO_INVERSE_SCALING}) {
-            std::vector<float> x(n);
-            EXPECT_EQ(QXsRealFftNip(in.data(), x.data(), order, flags), 0);
-            const int sign = (flags & QX_INVERSE) ? 1 : -1;
-            const double div = (flags == QX_INVERSE) ? double(n) : 1.0;
-            auto want = packed_dft(in, sign, bins(n));
-            for (std::size_t i = 0; i < n; ++i) {
-                if (std::isnan(want[i]))
-                    continue;
-                ASSERT_NEAR(x[i], want[i] / div, tolerance(order) / div) << order << " " << flags << " " << i;
-            }
-        }
-    }
-    // (a, b) -> (a + b, a - b); the impulse -> ones and (1, 0).
-    float ab[2] = {3.0f, 5.0f};
-    QXsRealFft(ab, 1, QX_FORWARD);
-    EXPECT_EQ(ab[0], 8.0f);
-    EXPECT_EQ(ab[1], -2.0f);
-    std::vector<float> imp(32, 0.0f);
-    imp[0] = 1.0f;
-    QXsRealFft(imp.data(), 5, QX_FORWARD);
-    for (int k = 1; k < 16; ++k) {
-        EXPECT_EQ(imp[2 * k], 1.0f);
-        EXPECT_EQ(imp[2 * k + 1], 0.0f);
-    }
-    EXPECT_EQ(imp[0], 1.0f);
-    EXPECT_EQ(imp[1], 1.0f);
-    EXPECT_TRUE(got().empty());
-}
-
-TEST_F(Fft, PackedSpectrumTransformMatchesTheDftAndInvertsTheRealOne) {
-    for (int order = 1; order <= 12; ++order) {
-        const std::size_t n = std::size_t{1} << order;
-        const auto P = random_floats(n, 300 + order);
-        // The full conjugate-symmetric spectrum the packed form stands for.
-        std::vector<cd> X(n);
-        X[0] = P[0];
-        X[n / 2] = P[1];
-        for (std::size_t k = 1; k < n / 2; ++k) {
-            X[k] = {P[2 * k], P[2 * k + 1]};
-            X[n - k] = std::conj(X[k]);
-        }
-        for (int flags : {QX_INVERSE, QX_FORWARD, QX_INVERSE | QX_NO_INVERSE_SCALING}) {
-            std::vector<float> x(n);
-            EXPECT_EQ(QXsCcsFftNip(P.data(), x.data(), order, flags), 0);
-            const int sign = (flags & QX_INVERSE) ? 1 : -1;
-            const double div = (flags == QX_INVERSE) ? double(n) : 1.0;
-            for (std::size_t j : bins(n)) {
-                cd want = dft_bin(X, j, sign) / div;
-                ASSERT_NEAR(x[j], want.real(), 2 * tolerance(order) / div) << order << " " << flags << " " << j;
-            }
-        }
-        // Round trips in both pairings.
-        const auto sig = random_floats(n, 400 + order);
-        std::vector<float> s = sig;
-        QXsRealFft(s.data(), order, QX_FORWARD);
-        QXsCcsFft(s.data(), order, QX_INVERSE);
-        for (std::size_t i = 0; i < n; ++i)
-            ASSERT_NEAR(s[i], sig[i], 1e-6 * order);
-        s = sig;
-        QXsRealFft(s.data(), order, QX_INVERSE | QX_NO_INVERSE_SCALING);
-        QXsCcsFft(s.data(), order, QX_FORWARD);
-        for (std::size_t i = 0; i < n; ++i)
-            ASSERT_NEAR(s[i], sig[i] * double(n), 1e-6 * order * n);
-    }
-    // Order 0 leaves the data alone; the Nip form copies it.
-    float v = 7.0f, w = 0.0f;
-    QXsCcsFft(&v, 0, QX_INVERSE);
-    EXPECT_EQ(v, 7.0f);
-    EXPECT_EQ(QXsCcsFftNip(&v, &w, 0, QX_INVERSE), 0);
-    EXPECT_EQ(w, 7.0f);
-    EXPECT_TRUE(got().empty());
-}
-
-// ---------------------------------------------------------------------------
-// Checks, flag messages, traces, memory
-
-TEST_F(Fft, ArgumentChecksRunInOrderAndAllReport) {
-    float buf[8] = {};
-    int ibuf[4] = {};
-    EXPECT_EQ(QXCalcBitRevTbl(nullptr, -1), QX_StsBadArg);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXCalcBitRevTbl", "order<0"}, {-5, "QXCalcBitRevTbl", "tbl==0"}}));
-    for (auto& r : kvxtest::reports())
-        EXPECT_TRUE(kvxtest::names_raising_line(r));
-    clear();
-    EXPECT_EQ(QXGetBitRevTbl(32), nullptr);
-    EXPECT_EQ(QXcGetFftTwdTbl(-1), nullptr);
-    EXPECT_EQ(QXwGetFftTwdTbl(32), nullptr);
-    EXPECT_EQ(QXcbBitRev1(nullptr, 32), QX_StsBadArg);
-    QXcCalcFftTwdTbl(nullptr, 40);
-    QXcDecFftTwdTbl(nullptr, nullptr, -2);
-    QXwCalcFftTwdTbl(nullptr, 3);
-    QXwDecFftTwdTbl(nullptr, nullptr, 3);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXGetBitRevTbl", "order>31"},
-                                       {-5, "QXcGetFftTwdTbl", "order<0"},
-                                       {-5, "QXwGetFftTwdTbl", "order>31"},
-                                       {-5, "QXcbBitRev1", "order>31"},
-                                       {-5, "QXcbBitRev1", "vec==0"},
-                                       {-5, "QXcCalcFftTwdTbl", "order>31"},
-                                       {-5, "QXcCalcFftTwdTbl", "tbl==0"},
-                                       {-5, "QXcDecFftTwdTbl", "order<0"},
-                                       {-5, "QXcDecFftTwdTbl", "tbl1==0"},
-                                       {-5, "QXcDecFftTwdTbl", "tbl2==0"},
-                                       {-5, "QXwCalcFftTwdTbl", "tbl==0"},
-                                       {-5, "QXwDecFftTwdTbl", "tbl1==0"},
-                                       {-5, "QXwDecFftTwdTbl", "tbl2==0"}}));
-    for (auto& r : kvxtest::reports())
-        EXPECT_TRUE(kvxtest::names_raising_line(r)) << r.function << " " << r.condition;
-    clear();
-    QXcFft(nullptr, -1, 3);
-    QXsRealFft(nullptr, 32, 1);
-    QXsCcsFft(buf, 99, 1);
-    EXPECT_EQ(QXcFftNip(nullptr, nullptr, -1, 1), QX_StsBadArg);
-    EXPECT_EQ(QXsRealFftNip(buf, nullptr, 32, 1), QX_StsBadArg);
-    EXPECT_EQ(QXsCcsFftNip(nullptr, buf, 1, 1), QX_StsBadArg);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXcFft", "order<0"},
-                                       {-5, "QXcFft", "samps==0"},
-                                       {-5, "QXsRealFft", "order>31"},
-                                       {-5, "QXsRealFft", "samps==0"},
-                                       {-5, "QXsCcsFft", "order>31"},
-                                       {-5, "QXcFftNip", "order<0"},
-                                       {-5, "QXcFftNip", "inSamps==0"},
-                                       {-5, "QXcFftNip", "outSamps==0"},
-                                       {-5, "QXsRealFftNip", "order>31"},
-                                       {-5, "QXsRealFftNip", "outSamps==0"},
-                                       {-5, "QXsCcsFftNip", "inSamps==0"}}));
-    for (auto& r : kvxtest::reports())
-        EXPECT_TRUE(kvxtest::names_raising_line(r)) << r.function << " " << r.condition;
-    // A pending error stops everything, including table getters.
-    clear();
-    QXSetStatus(-5);
-    std::vector<float> x(8, 1.0f);
-    QXcFft(x.data(), 2, QX_FORWARD);
-    EXPECT_EQ(x[0], 1.0f);
-    EXPECT_EQ(QXGetBitRevTbl(3), nullptr);
-    EXPECT_EQ(QXCalcBitRevTbl(ibuf, 2), -5);
-    EXPECT_TRUE(got().empty());
-}
-
-TEST_F(Fft, DirectionFlagsAreCheckedAndLeaveTheDataUntouched) {
-    const auto in = random_floats(16, 1);
-    for (int flags : {0, QX_NO_INVERSE_SCALING, QX_FORWARD | QX_INVERSE, QX_FORWARD | QX_INVERSE | 8}) {
-        const char* text = (flags & 3) ? "Error in flag (QX_FORWARD & QX_INVERSE are presented)"
-                                       : "Error in flag (QX_FORWARD & QX_INVERSE are not presented)";
-        std::vector<float> x = in, y(16);
-        std::vector<Rep> all;
-        for (auto fn : {QXcFft, QXsRealFft, QXsCcsFft}) {
-            fn(x.data(), 3, flags);
-            for (auto& r : kvxtest::reports())
-                EXPECT_TRUE(kvxtest::names_raising_line(r));
-            auto g = got();
-            all.insert(all.end(), g.begin(), g.end());
-            clear();
-        }
-        EXPECT_EQ(x, in);
-        EXPECT_EQ(all, (std::vector<Rep>{{-5, "QXcFft", text}, {-5, "QXsRealFft", text}, {-5, "QXsCcsFft", text}}));
-        EXPECT_EQ(QXcFftNip(in.data(), y.data(), 3, flags), -5);
-        clear();
-        EXPECT_EQ(QXsRealFftNip(in.data(), y.data(), 4, flags), -5);
-        clear();
-        EXPECT_EQ(QXsCcsFftNip(in.data(), y.data(), 4, flags), -5);
-        auto& rep = kvxtest::reports();
-        ASSERT_EQ(rep.size(), 2u);
-        EXPECT_EQ(rep[1].code, -1);
-        EXPECT_EQ(rep[1].function, "QXsCcsFftNip");
-        EXPECT_EQ(rep[1].condition, "out QXsCcsFft");
-        EXPECT_TRUE(kvxtest::names_raising_line(rep[1]));
-        clear();
-    }
-    // The follow-up texts of the other Nip forms.
-    std::vector<float> y(16);
-    QXcFftNip(in.data(), y.data(), 3, 0);
-    EXPECT_EQ(std::get<2>(got().back()), "out QXcFft");
-    clear();
-    QXsRealFftNip(in.data(), y.data(), 3, 0);
-    EXPECT_EQ(got().back(), (Rep{-1, "QXsRealFftNip", "out QXsRealFftl"}));
-}
-
-TEST_F(Fft, TableAllocationFailuresReportAndLeaveNothingBehind) {
-    const long live = qx::testing::live_blocks();
-    {
-        FailAllocation f(1);
-        EXPECT_EQ(QXGetBitRevTbl(4), nullptr);
-    }
-    EXPECT_EQ(got(), (std::vector<Rep>{{-4, "QXGetBitRevTbl", "NULL Pointer"}}));
-    EXPECT_TRUE(kvxtest::names_raising_line(kvxtest::reports()[0]));
-    clear();
-    {
-        FailAllocation f(1);
-        EXPECT_EQ(QXcGetFftTwdTbl(4), nullptr);
-        clear();
-        EXPECT_EQ(QXwGetFftTwdTbl(4), nullptr);  // its own table
-    }
-    EXPECT_EQ(got(), (std::vector<Rep>{{-4, "QXwGetFftTwdTbl", "NULL Pointer"}}));
-    clear();
-    {
-        FailAllocation f(2);  // the float table it is computed from
-        EXPECT_EQ(QXwGetFftTwdTbl(4), nullptr);
-    }
-    EXPECT_EQ(got(), (std::vector<Rep>{{-4, "QXcGetFftTwdTbl", "NULL Pointer"}}));
-    EXPECT_EQ(qx::testing::live_blocks(), live);
-    clear();
-    // Transforms: every table fetch that fails ends in "Bad Ptr", data untouched.
-    const auto in = random_floats(64, 5);
-    struct Case {
-        void (*fn)(float*, int, int);
-        const char* name;
-        int tables;            // allocations a cold call makes
-        const char* getter[3]; // who reports each failure
-    };
-    for (Case c : {Case{QXcFft, "QXcFft", 2, {"QXcGetFftTwdTbl", "QXGetBitRevTbl"}},
-                   Case{QXsRealFft, "QXsRealFft", 3, {"QXcGetFftTwdTbl", "QXcGetFftTwdTbl", "QXGetBitRevTbl"}},
-                   Case{QXsCcsFft, "QXsCcsFft", 3, {"QXcGetFftTwdTbl", "QXcGetFftTwdTbl", "QXGetBitRevTbl"}}}) {
-        for (int nth = 1; nth <= c.tables; ++nth) {
-            QXFreeFftTbls();
-            std::vector<float> x = in;
-            {
-                FailAllocation f(nth);
-                c.fn(x.data(), 5, QX_FORWARD);
-            }
-            EXPECT_EQ(x, in) << c.name << " " << nth;
-            auto g = got();
-            ASSERT_EQ(g.size(), 2u) << c.name << " " << nth;
-            EXPECT_EQ(g[0], (Rep{-4, c.getter[nth - 1], "NULL Pointer"}));
-            EXPECT_EQ(g[1], (Rep{-1, c.name, "Bad Ptr"}));
-            EXPECT_TRUE(kvxtest::names_raising_line(kvxtest::reports()[1]));
-            clear();
-        }
-        // With every table cached, nothing is allocated.
-        std::vector<float> x = in;
-        c.fn(x.data(), 5, QX_FORWARD);
-        long before = qx::testing::allocations();
-        c.fn(x.data(), 5, QX_FORWARD);
-        EXPECT_EQ(qx::testing::allocations(), before);
-    }
-    QXFreeFftTbls();
-    EXPECT_EQ(qx::testing::live_blocks(), live);
-}
-
-// The vectorised core performs the scalar operations in the same order, so
-// both give the same bits (signed zeros included).
-TEST_F(Fft, TransformsEqualThePlainScalarCoreBitForBit) {
-    for (int order = 1; order <= 13; ++order) {
-        const std::size_t n = std::size_t{1} << order;
-        auto in = random_floats(2 * n, 500 + order);
-        in[3] = -0.0f;
-        in[6] = 0.0f;
+        auto in = noise<float>(n, 1.0, 500 + order);
+        in[1] = -0.0f, in[n - 1] = 0.0f;
         for (bool inverse : {false, true}) {
             std::vector<float> want = in, got = in;
-            qx::fft::Radix4<qx::fft::FloatOps>::run(want.data(), order, QXcGetFftTwdTbl(order), inverse);
-            qx::fft::bit_reverse(want.data(), order, order >= 3 ? QXGetBitRevTbl(order) : nullptr);
-            QXcFft(got.data(), order, inverse ? QX_INVERSE | QX_NO_INVERSE_SCALING : QX_FORWARD);
-            ASSERT_EQ(std::memcmp(want.data(), got.data(), want.size() * sizeof(float)), 0) << order << inverse;
+            if (order > 1) {
+                qx::fft::Radix4<qx::fft::FloatOps>::run(want.data(), order - 1, QXcGetFftTwdTbl(order - 1), inverse);
+                qx::fft::bit_reverse(want.data(), order - 1, order >= 4 ? QXGetBitRevTbl(order - 1) : nullptr);
+            }
+            qx::fft::real_split<qx::fft::FloatOps>(want.data(), n / 2, qx::fft::real_twiddles(order), !inverse);
+            QXsRealFft(got.data(), order, inverse ? QX_INVERSE | QX_NO_INVERSE_SCALING : QX_FORWARD);
+            ASSERT_EQ(std::memcmp(want.data(), got.data(), 4 * n), 0) << order << inverse;
         }
+    }
+}
+
+TEST_F(FftTest, ChecksFlagMessagesAndTraces) {
+    Reps all, want;
+    auto collect = [&all](const std::function<void()>& call) {
+        clear();
+        call();
+        for (auto& r : kvxtest::reports())
+            EXPECT_TRUE(kvxtest::names_raising_line(r)) << r.function << " " << r.condition;
+        auto g = got();
+        all.insert(all.end(), g.begin(), g.end());
+    };
+    auto checks = [&](const char* name, std::vector<const char*> conditions, const std::function<void()>& call) {
+        collect(call);
+        for (const char* text : conditions)
+            want.push_back({-5, name, text});
+    };
+    const auto fin = noise<float>(32, 1.0, 1);
+    const auto sin = noise<short>(32, 1000.0, 2);
+    std::vector<float> f = fin, fo(32);
+    std::vector<short> s = sin, so(32);
+    int sf = 0;
+    checks("QXCalcBitRevTbl", {"order<0", "tbl==0"}, [] { EXPECT_EQ(QXCalcBitRevTbl(nullptr, -1), -5); });
+    checks("QXGetBitRevTbl", {"order>31"}, [] { EXPECT_EQ(QXGetBitRevTbl(32), nullptr); });
+    checks("QXcGetFftTwdTbl", {"order<0"}, [] { EXPECT_EQ(QXcGetFftTwdTbl(-1), nullptr); });
+    checks("QXcGetFftTwdTbl", {"order>31"}, [] { EXPECT_EQ(qx::fft::real_twiddles(32), nullptr); });
+    checks("QXwGetFftTwdTbl", {"order>31"}, [] { EXPECT_EQ(QXwGetFftTwdTbl(32), nullptr); });
+    checks("QXcbBitRev1", {"order>31", "vec==0"}, [] { EXPECT_EQ(QXcbBitRev1(nullptr, 32), -5); });
+    checks("QXcCalcFftTwdTbl", {"order>31", "tbl==0"}, [] { QXcCalcFftTwdTbl(nullptr, 40); });
+    checks("QXcDecFftTwdTbl", {"order<0", "tbl1==0", "tbl2==0"}, [] { QXcDecFftTwdTbl(nullptr, nullptr, -2); });
+    checks("QXwCalcFftTwdTbl", {"tbl==0"}, [] { QXwCalcFftTwdTbl(nullptr, 3); });
+    checks("QXwDecFftTwdTbl", {"tbl1==0", "tbl2==0"}, [] { QXwDecFftTwdTbl(nullptr, nullptr, 3); });
+    checks("QXcFft", {"order<0", "samps==0"}, [] { QXcFft(nullptr, -1, 3); });
+    checks("QXsRealFft", {"order>31", "samps==0"}, [] { QXsRealFft(nullptr, 32, 1); });
+    checks("QXsCcsFft", {"order>31"}, [&] { QXsCcsFft(f.data(), 99, 1); });
+    checks("QXcFftNip", {"order<0", "inSamps==0", "outSamps==0"}, [] { QXcFftNip(nullptr, nullptr, -1, 1); });
+    checks("QXsRealFftNip", {"order>31", "outSamps==0"}, [&] { QXsRealFftNip(f.data(), nullptr, 32, 1); });
+    checks("QXsCcsFftNip", {"inSamps==0"}, [&] { QXsCcsFftNip(nullptr, f.data(), 1, 1); });
+    checks("QXvFft", {"order<0", "samps==0"}, [&] { QXvFft(nullptr, -1, 3, 0, &sf); });
+    checks("QXwRealFft", {"order>31"}, [&] { QXwRealFft(s.data(), 32, 1, 0, &sf); });
+    checks("QXwCcsFft", {"samps==0"}, [&] { QXwCcsFft(nullptr, 4, 1, 0, &sf); });
+    checks("QXvFftNip", {"order>31", "inSamps==0", "outSamps==0"}, [&] { QXvFftNip(nullptr, nullptr, 40, 1, 0, &sf); });
+    checks("QXwRealFftNip", {"order<0", "outSamps==0"}, [&] { QXwRealFftNip(s.data(), nullptr, -1, 1, 0, &sf); });
+    checks("QXwCcsFftNip", {"inSamps==0"}, [&] { QXwCcsFftNip(nullptr, s.data(), 3, 1, 0, &sf); });
+    EXPECT_EQ(all, want);
+    // Flags with both directions or neither (8 alone is neither) are rejected by the in-place routine,
+    // which leaves the copy untouched, and traced by the Nip form. Order 0 checks no flags and copies.
+    using Call = std::function<int(int, int)>;  // (order, flags)
+    auto floats = [&](int (*fn)(const float*, float*, int, int)) -> Call {
+        return [&, fn](int o, int g) { return fn(fin.data(), fo.data(), o, g); };
+    };
+    auto shorts = [&](int (*fn)(const short*, short*, int, int, int, int*)) -> Call {
+        return [&, fn](int o, int g) { return fn(sin.data(), so.data(), o, g, 0, &sf); };
+    };
+    const std::tuple<const char*, const char*, const char*, Call> nips[] = {
+        {"QXcFft", "QXcFftNip", "out QXcFft", floats(QXcFftNip)},
+        {"QXsRealFft", "QXsRealFftNip", "out QXsRealFftl", floats(QXsRealFftNip)},
+        {"QXsCcsFft", "QXsCcsFftNip", "out QXsCcsFft", floats(QXsCcsFftNip)},
+        {"QXvFft", "QXvFftNip", "out QXvFft", shorts(QXvFftNip)},
+        {"QXwRealFft", "QXwRealFftNip", "out QXwRealFftl", shorts(QXwRealFftNip)},
+        {"QXwCcsFft", "QXwCcsFftNip", "out QXwCcsFft", shorts(QXwCcsFftNip)}};
+    all.clear(), want.clear();
+    for (const auto& [inner, name, trace, call] : nips) {
+        fo.assign(32, 0.0f), so.assign(32, 0);
+        collect([&] { EXPECT_EQ(call(0, 0), 0); });
+        EXPECT_TRUE(fo[0] == fin[0] || so[0] == sin[0]) << name;
+        for (int flags : {QX_FORWARD | QX_INVERSE, 0, QX_NO_INVERSE_SCALING, QX_FORWARD | QX_INVERSE | 8}) {
+            collect([&] { EXPECT_EQ(call(3, flags), -5); });
+            EXPECT_TRUE(std::equal(fin.begin(), fin.begin() + 8, fo.begin()) ||
+                        std::equal(sin.begin(), sin.begin() + 8, so.begin())) << name;
+            const char* text = flags & 3 ? qx::fft::kBothDirections : qx::fft::kNoDirection;
+            want.insert(want.end(), {{-5, inner, text}, {-1, name, trace}});
+        }
+    }
+    EXPECT_EQ(all, want);
+    // A pending error stops everything, table getters included, without a report.
+    clear();
+    QXSetStatus(-5);
+    QXcFft(f.data(), 3, QX_FORWARD);
+    QXwRealFft(s.data(), 3, QX_FORWARD, 0, &sf);
+    EXPECT_TRUE(f == fin && s == sin && QXGetBitRevTbl(3) == nullptr && got().empty());
+}
+
+// Allocation n = 1, 2, ... of a cold call fails until the call needs fewer:
+// each failure reports -4 once, traces, leaves the data alone and leaks nothing;
+// once all is cached a call allocates nothing.
+TEST_F(FftTest, EveryFailedAllocationReportsAndLeavesNothingBehind) {
+    const long live = qx::testing::live_blocks();
+    const auto fin = noise<float>(64, 1.0, 3);
+    const auto sin = noise<short>(4096, 1000.0, 4);
+    std::vector<float> f;
+    std::vector<short> s;
+    int sf = 0;
+    auto floats = [&](void (*fn)(float*, int, int)) {
+        return [&f, &fin, fn] { f = fin, fn(f.data(), 5, QX_FORWARD); return f == fin; };
+    };
+    // -4 "NULL Pointer" from a table getter, then the "Bad Ptr" traces of the callers.
+    auto miss = [](const char* getter, std::vector<const char*> callers = {}) {
+        Reps r{{-4, getter, "NULL Pointer"}};
+        for (const char* c : callers)
+            r.push_back({-1, c, "Bad Ptr"});
+        return r;
+    };
+    const char *C = "QXcGetFftTwdTbl", *W = "QXwGetFftTwdTbl", *B = "QXGetBitRevTbl", *I = "Fft_Core_Short_As_Int";
+    const char* iBuf = "insufficiency of memory for pointer  pQXContext->Fft.iBuffer";
+    const char* sBuf = "insufficiency of memory for pointer  pQXContext->Fft.sBuffer";
+    // A call that says whether nothing was produced; the reports when allocation 1, 2, ... fails.
+    using Case = std::pair<std::function<bool()>, std::vector<Reps>>;
+    const Case cases[] = {
+        {[] { return QXGetBitRevTbl(4) == nullptr; }, {miss(B)}},
+        {[] { return QXcGetFftTwdTbl(4) == nullptr; }, {miss(C)}},
+        {[] { return qx::fft::real_twiddles(4) == nullptr; }, {miss(C)}},
+        {[] { return QXwGetFftTwdTbl(4) == nullptr; }, {miss(W), miss(C)}},
+        {floats(QXcFft), {miss(C, {"QXcFft"}), miss(B, {"QXcFft"})}},
+        {floats(QXsRealFft), {miss(C, {"QXsRealFft"}), miss(C, {"QXsRealFft"}), miss(B, {"QXsRealFft"})}},
+        {floats(QXsCcsFft), {miss(C, {"QXsCcsFft"}), miss(C, {"QXsCcsFft"}), miss(B, {"QXsCcsFft"})}},
+        {[&] { s = sin, QXwRealFft(s.data(), 5, QX_FORWARD, 0, &sf); return s == sin; },
+         {miss(W, {I, "QXwRealFft"}), miss(C, {I, "QXwRealFft"}), miss(W, {I, "QXwRealFft"}),
+          miss(B, {I, "QXwRealFft"}), {{-4, I, iBuf}, {-1, "QXwRealFft", iBuf}}}},
+        {[&] { s = sin, QXvFft(s.data(), 11, QX_FORWARD, 2, &sf); return s == sin; },
+         {{{-4, "Fft_Core_Short_As_Float", sBuf}, {-1, "QXvFft", sBuf}}, miss(C, {"QXcFft", "QXvFft"}),
+          miss(B, {"QXcFft", "QXvFft"})}},
+    };
+    for (std::size_t i = 0; i < std::size(cases); ++i) {
+        const auto& [call, want] = cases[i];
+        for (std::size_t nth = 1; nth <= want.size() + 1; ++nth) {
+            QXFreeFftTbls();
+            EXPECT_EQ(qx::testing::live_blocks(), live) << i << " " << nth;
+            clear();
+            FailAllocation fail{long(nth)};
+            const bool nothing = call(), fails = nth <= want.size();
+            EXPECT_EQ(nothing, fails) << i << " " << nth;
+            EXPECT_EQ(got(), fails ? want[nth - 1] : Reps{}) << i << " " << nth;
+            for (auto& r : kvxtest::reports())
+                EXPECT_TRUE(kvxtest::names_raising_line(r)) << r.function << " " << r.condition;
+        }
+        const long before = qx::testing::allocations();
+        call();
+        EXPECT_EQ(qx::testing::allocations(), before) << i;
     }
 }

@@ -1,243 +1,142 @@
-// Multilayer perceptron: float and 16-bit forms against a direct forward pass
-// written here, checks in order, and every memory failure.
+// Multilayer perceptron: both forms against a direct forward pass written
+// here, the checks in order, and every memory failure.
 #include <cmath>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "kvx_test.h"
 
-using kvxtest::FailAllocation;
-using kvxtest::LibTest;
-using kvxtest::Rep;
+using namespace kvxtest;
 
 namespace {
 
 class Perceptron : public LibTest {};
 
-// The forward pass as the network is defined: per layer, per neuron, the
-// double sum of weight * input in input order, then the logistic. `store`
-// rounds each activation to the storage type of the form under test.
+// Per layer, per neuron: the double sum of weight * input in input order, then
+// the logistic; `store` rounds each activation as the form under test keeps it.
 template <class Store>
-std::vector<double> forward(std::vector<double> x, const std::vector<int>& counts, const std::vector<double>& w,
-                            Store store) {
-    std::size_t next = 0;
+std::vector<double> forward(std::vector<double> x, const std::vector<int>& counts, const double* w, Store store) {
     for (int n : counts) {
         std::vector<double> y(n);
-        for (int k = 0; k < n; ++k) {
+        for (double& yk : y) {
             double sum = 0;
             for (double xi : x)
-                sum += w[next++] * xi;
-            y[k] = store(1.0 / (1.0 + std::exp(-sum)));
+                sum += *w++ * xi;
+            yk = store(1.0 / (1.0 + std::exp(-sum)));
         }
         x = y;
     }
-    EXPECT_EQ(next, w.size());  // the network uses every weight exactly once
     return x;
-}
-
-std::size_t weight_count(int nIn, const std::vector<int>& counts) {
-    std::size_t total = 0;
-    for (int n : counts) {
-        total += static_cast<std::size_t>(nIn) * n;
-        nIn = n;
-    }
-    return total;
 }
 
 }  // namespace
 
-TEST_F(Perceptron, FloatExamplesAndSaturation) {
-    const float zero = 0, five = 5;
-    const int one = 1;
-    float out = -1;
-    QXsMLPerceptron(1, &zero, 1, &one, &five, &out);
-    EXPECT_EQ(out, 0.5f);
-
-    const float in[] = {1, 2}, w[] = {1, 1, -1, 0.5f};
-    const int two = 2;
-    float o2[2];
-    QXsMLPerceptron(2, in, 1, &two, w, o2);
-    EXPECT_FLOAT_EQ(o2[0], 0.95257413f);
-    EXPECT_EQ(o2[1], 0.5f);
-
-    // Very negative and very positive sums give exactly 0 and 1.
-    const float big[] = {-1e30f, 1e30f};
-    QXsMLPerceptron(1, &five, 1, &two, big, o2);
-    EXPECT_EQ(o2[0], 0.0f);
-    EXPECT_EQ(o2[1], 1.0f);
-    EXPECT_TRUE(got().empty());
-}
-
-TEST_F(Perceptron, FloatNetworksMatchTheDirectForwardPass) {
+TEST_F(Perceptron, BothFormsMatchTheDirectForwardPass) {
     std::mt19937 rng(3);
-    std::normal_distribution<float> d(0.0f, 0.7f);
-    const std::vector<std::vector<int>> shapes = {{3}, {7, 6, 3}, {1, 9}, {13, 5, 8, 2}, {4, 4, 4, 4, 4}};
-    for (const auto& counts : shapes)
-        for (int nIn : {1, 5, 11}) {
-            std::vector<float> in(nIn), w(weight_count(nIn, counts));
-            for (auto& v : in) v = d(rng) * 3;
-            for (auto& v : w) v = d(rng);
-            std::vector<float> out(counts.back() + 1, -7.0f);  // one guard element
-            const long live = qx::testing::live_blocks();
-            QXsMLPerceptron(nIn, in.data(), static_cast<int>(counts.size()), counts.data(), w.data(), out.data());
-            EXPECT_EQ(qx::testing::live_blocks(), live);
-            const auto want = forward(std::vector<double>(in.begin(), in.end()), counts,
-                                      std::vector<double>(w.begin(), w.end()),
-                                      [](double a) { return static_cast<double>(static_cast<float>(a)); });
-            for (int k = 0; k < counts.back(); ++k)
-                ASSERT_EQ(out[k], static_cast<float>(want[k])) << k;
-            EXPECT_EQ(out.back(), -7.0f);
-        }
-    EXPECT_TRUE(got().empty());
-}
-
-TEST_F(Perceptron, ShortNetworksScaleInputsWeightsAndOutputs) {
-    std::mt19937 rng(8);
-    std::uniform_int_distribution<int> d(-3000, 3000);
-    const std::vector<int> counts = {6, 5, 4};
-    const int nIn = 7, isf = -10, wsf = -11;
-    std::vector<short> in(nIn), w(weight_count(nIn, counts));
-    for (auto& v : in) v = static_cast<short>(d(rng));
-    for (auto& v : w) v = static_cast<short>(d(rng));
-    std::vector<double> x(nIn), wd(w.size());
-    for (int i = 0; i < nIn; ++i) x[i] = std::ldexp(in[i], isf);
-    for (std::size_t i = 0; i < w.size(); ++i) wd[i] = std::ldexp(w[i], wsf);
-    const auto want = forward(x, counts, wd, [](double a) { return a; });
-
-    // doScale 1 with factor -14: v = trunc(a * 2^14).
-    std::vector<short> out(4);
-    int sf = -14;
     const long live = qx::testing::live_blocks();
-    QXwMLPerceptron(nIn, isf, in.data(), 3, counts.data(), wsf, w.data(), out.data(), 1, &sf);
-    EXPECT_EQ(qx::testing::live_blocks(), live);
-    for (int k = 0; k < 4; ++k)
-        EXPECT_EQ(out[k], static_cast<short>(want[k] * 16384.0)) << k;
-    EXPECT_EQ(sf, -14);
-
-    // doScale 0: activations below 1 truncate to 0.
-    QXwMLPerceptron(nIn, isf, in.data(), 3, counts.data(), wsf, w.data(), out.data(), 0, &sf);
-    EXPECT_EQ(out, std::vector<short>(4, 0));
-    EXPECT_EQ(sf, 0);
-
-    // doScale 2 chooses a factor that keeps every activation to within one step.
-    QXwMLPerceptron(nIn, isf, in.data(), 3, counts.data(), wsf, w.data(), out.data(), 2, &sf);
-    EXPECT_LT(sf, 0);
-    for (int k = 0; k < 4; ++k)
-        EXPECT_NEAR(std::ldexp(out[k], sf), want[k], std::ldexp(1.0, sf)) << k;
-
-    // 0.5 becomes 8192 under factor -14.
-    const short zero = 0, wt = 77;
-    const int one = 1;
-    short half = 0;
-    sf = -14;
-    QXwMLPerceptron(1, 0, &zero, 1, &one, 0, &wt, &half, 1, &sf);
-    EXPECT_EQ(half, 8192);
+    for (const auto& counts : std::vector<std::vector<int>>{{3}, {7, 6, 3}, {1, 9}, {13, 5, 8, 2}, {4, 4, 4, 4, 4}})
+        for (int nIn : {1, 5, 11}) {
+            // Random shorts: inputs under factor -10, then weights under -11. The
+            // float form gets the same values; the weight list has no spare element.
+            const int nl = static_cast<int>(counts.size()), last = counts.back();
+            std::vector<short> s(nIn), so(last + 1, -7);  // one guard element
+            for (int n = nIn; int c : counts)
+                s.resize(s.size() + static_cast<std::size_t>(n * c)), n = c;
+            std::vector<double> v(s.size());
+            std::vector<float> f(s.size()), fo(last + 1, -7.0f);
+            for (std::size_t i = 0; i < s.size(); ++i) {
+                s[i] = static_cast<short>(static_cast<int>(rng() % 6001) - 3000);
+                f[i] = static_cast<float>(v[i] = std::ldexp(s[i], i < static_cast<std::size_t>(nIn) ? -10 : -11));
+            }
+            const std::vector<double> x(v.begin(), v.begin() + nIn);
+            const auto fwant = forward(x, counts, &v[nIn], [](double a) { return double(static_cast<float>(a)); });
+            const auto swant = forward(x, counts, &v[nIn], [](double a) { return a; });
+            QXsMLPerceptron(nIn, f.data(), nl, counts.data(), f.data() + nIn, fo.data());
+            int sf = -14;  // doScale 1: v = trunc(a * 2^14)
+            QXwMLPerceptron(nIn, -10, s.data(), nl, counts.data(), -11, s.data() + nIn, so.data(), 1, &sf);
+            for (int k = 0; k <= last; ++k) {
+                ASSERT_EQ(fo[k], k < last ? static_cast<float>(fwant[k]) : -7.0f) << k;
+                ASSERT_EQ(so[k], k < last ? static_cast<short>(swant[k] * 16384.0) : -7) << k;
+            }
+            // doScale 2 chooses a factor that keeps every activation to within one step.
+            sf = 3;
+            QXwMLPerceptron(nIn, -10, s.data(), nl, counts.data(), -11, s.data() + nIn, so.data(), 2, &sf);
+            EXPECT_LT(sf, 0);
+            for (int k = 0; k < last; ++k)
+                EXPECT_NEAR(std::ldexp(so[k], sf), swant[k], std::ldexp(1.0, sf)) << k;
+        }
+    // Huge sums either way saturate to exactly 0 and 1.
+    const float five = 5, big[] = {-1e30f, 1e30f};
+    std::vector<float> o2(2);
+    QXsMLPerceptron(1, &five, 1, std::vector<int>{2}.data(), big, o2.data());
+    EXPECT_EQ(o2, (std::vector<float>{0, 1}));
     EXPECT_TRUE(got().empty());
+    EXPECT_EQ(qx::testing::live_blocks(), live);
 }
 
 TEST_F(Perceptron, ChecksInOrder) {
-    QXsMLPerceptron(0, nullptr, 0, nullptr, nullptr, nullptr);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXsMLPerceptron", "numberOfInputs<=0"},
-                                      {-5, "QXsMLPerceptron", "numberOfLayers<=0"},
-                                      {-5, "QXsMLPerceptron", "input==0"},
-                                      {-5, "QXsMLPerceptron", "layerNeuronCounts==0"},
-                                      {-5, "QXsMLPerceptron", "weights==0"},
-                                      {-5, "QXsMLPerceptron", "output==0"}}));
-    for (auto& r : kvxtest::reports())
-        EXPECT_TRUE(kvxtest::names_raising_line(r));
-    clear();
-
-    QXwMLPerceptron(0, 0, nullptr, 0, nullptr, 0, nullptr, nullptr, -1, nullptr);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXwMLPerceptron", "numberOfInputs<=0"},
-                                      {-5, "QXwMLPerceptron", "doScale<0"},
-                                      {-5, "QXwMLPerceptron", "scaleFactor==0"},
-                                      {-5, "QXwMLPerceptron", "numberOfLayers<=0"},
-                                      {-5, "QXwMLPerceptron", "input==0"},
-                                      {-5, "QXwMLPerceptron", "layerNeuronCounts==0"},
-                                      {-5, "QXwMLPerceptron", "weights==0"},
-                                      {-5, "QXwMLPerceptron", "output==0"}}));
-    for (auto& r : kvxtest::reports())
-        EXPECT_TRUE(kvxtest::names_raising_line(r));
-    clear();
-
-    // The factor's range is checked for doScale 1 only; nothing is written.
-    const short in = 100, w = 100;
-    const int one = 1;
-    short out = 1234;
+    const short in = 100, w = 100, two[] = {1, 2};
+    const int one = 1, counts2[] = {2};
+    short out = 1234, o2[2] = {9, 9};
     int sf = 65;
-    QXwMLPerceptron(1, 0, &in, 1, &one, 0, &w, &out, 1, &sf);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXwMLPerceptron", "*scaleFactor>64"}}));
-    EXPECT_EQ(out, 1234);
-    clear();
-    sf = -65;
+    QXsMLPerceptron(0, nullptr, 0, nullptr, nullptr, nullptr);
+    QXwMLPerceptron(0, 0, nullptr, 0, nullptr, 0, nullptr, nullptr, -1, nullptr);
+    QXwMLPerceptron(1, 0, &in, 1, &one, 0, &w, &out, 1, &sf);  // the factor's range matters for doScale 1 only
     QXwMLPerceptron(1, 0, &in, 1, &one, 0, &w, &out, 4, &sf);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXwMLPerceptron", "doScale>3"}}));
+    std::vector<Rep> want;
+    for (const char* t : {"numberOfInputs<=0", "numberOfLayers<=0", "input==0", "layerNeuronCounts==0", "weights==0",
+                          "output==0"})
+        want.emplace_back(-5, "QXsMLPerceptron", t);
+    for (const char* t : {"numberOfInputs<=0", "doScale<0", "scaleFactor==0", "numberOfLayers<=0", "input==0",
+                          "layerNeuronCounts==0", "weights==0", "output==0", "*scaleFactor>64", "doScale>3"})
+        want.emplace_back(-5, "QXwMLPerceptron", t);
+    for (auto& r : kvxtest::reports())
+        EXPECT_TRUE(kvxtest::names_raising_line(r));
+    // Bad conversion factors surface as the conversions' own reports: the
+    // input block once, every weight once.
+    QXSetStatus(0);
+    QXwMLPerceptron(1, 65, &in, 1, &one, 0, &w, &out, 0, &sf);
+    QXSetStatus(0);
+    QXwMLPerceptron(1, 0, &in, 1, counts2, -70, two, o2, 0, &sf);
+    want.emplace_back(-5, "QXwdbConvertUp", "scaleFactor<-64");
+    want.insert(want.end(), 2, {-5, "QXwdConvertUp", "scaleFactor>64"});
+    EXPECT_EQ(got(), want);
+    // Nothing was written; a pending error stops both forms.
+    float fo = 3;
+    QXsMLPerceptron(1, &fo, 1, &one, &fo, &fo);
+    QXwMLPerceptron(1, 0, &in, 1, &one, 0, &w, &out, 0, &sf);
+    EXPECT_TRUE(out == 1234 && o2[0] == 9 && fo == 3);
     clear();
     QXwMLPerceptron(1, 0, &in, 1, &one, 0, &w, &out, 0, &sf);
-    EXPECT_TRUE(got().empty());
     EXPECT_EQ(out, 1);  // activation 1.0 truncates to 1
-
-    // Bad conversion factors surface as the conversions' own reports and the
-    // output stays untouched: the input block once, every weight once.
-    out = 1234;
-    const short two[] = {1, 2};
-    QXwMLPerceptron(1, 65, &in, 1, &one, 0, &w, &out, 0, &sf);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXwdbConvertUp", "scaleFactor<-64"}}));
-    EXPECT_EQ(out, 1234);
-    clear();
-    const int counts[] = {2};
-    short o2[2] = {9, 9};
-    QXwMLPerceptron(1, 0, &in, 1, counts, -70, two, o2, 0, &sf);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXwdConvertUp", "scaleFactor>64"}, {-5, "QXwdConvertUp", "scaleFactor>64"}}));
-    EXPECT_EQ(o2[0], 9);
-    clear();
-
-    // A pending error stops both forms.
-    QXSetStatus(-3);
-    float fo = 3;
-    const float fi = 1;
-    QXsMLPerceptron(1, &fi, 1, &one, &fi, &fo);
-    EXPECT_EQ(fo, 3);
+    EXPECT_TRUE(got().empty());
 }
 
-TEST_F(Perceptron, MemoryFailuresReleaseWhatWasTaken) {
+TEST_F(Perceptron, EveryMemoryFailureReleasesWhatWasTaken) {
+    // Float: the blocks of the two hidden layers. Short: the input block, then
+    // one per layer. The float form reports under the 16-bit form's name.
     const int counts[] = {3, 2, 1};
-    std::vector<float> fw(weight_count(2, {3, 2, 1}), 0.25f);
-    const float fin[] = {1, -1};
-    float fout = 5;
-    // Blocks of the first and second hidden layers; the last writes output.
-    for (long nth : {1, 2}) {
+    const float fin[] = {1, -1}, fw[14] = {0.25f};
+    const short sin[] = {1, -1}, sw[14] = {100};
+    const std::string memory = "insufficiency of memory for pointer  ";
+    auto failing = [](long nth, auto call) { FailAllocation fail(nth); call(); };
+    for (long nth = 1; nth <= 5; ++nth) {
         const long live = qx::testing::live_blocks();
-        {
-            FailAllocation fail(nth);
-            QXsMLPerceptron(2, fin, 3, counts, fw.data(), &fout);
-        }
-        EXPECT_EQ(got(), (std::vector<Rep>{{-4, "QXwMLPerceptron", "insufficiency of memory for pointer  outputBlockPtr"}}));
-        EXPECT_TRUE(kvxtest::names_raising_line(kvxtest::reports().back()));
-        EXPECT_EQ(qx::testing::live_blocks(), live);
-        EXPECT_EQ(fout, 5);
+        float fout = 5;
+        short sout = 5;
+        int sf = 0;
+        failing(nth, [&] { QXsMLPerceptron(2, fin, 3, counts, fw, &fout); });
+        QXSetStatus(0);  // lets the short form run; the report stays captured
+        failing(nth, [&] { QXwMLPerceptron(2, 0, sin, 3, counts, -8, sw, &sout, 0, &sf); });
+        std::vector<Rep> want(nth <= 2, {-4, "QXwMLPerceptron", memory + "outputBlockPtr"});
+        if (nth <= 4)
+            want.emplace_back(-4, "QXwMLPerceptron", memory + (nth == 1 ? "inputPtr" : "outputPtr"));
+        EXPECT_EQ(got(), want) << nth;
+        for (auto& r : kvxtest::reports())
+            EXPECT_TRUE(kvxtest::names_raising_line(r));
         clear();
-    }
-
-    std::vector<short> sw(fw.size(), 100);
-    const short sin[] = {1, -1};
-    short sout = 5;
-    int sf = 0;
-    const std::vector<Rep> expect[] = {
-        {{-4, "QXwMLPerceptron", "insufficiency of memory for pointer  inputPtr"}},
-        {{-4, "QXwMLPerceptron", "insufficiency of memory for pointer  outputPtr"}},
-        {{-4, "QXwMLPerceptron", "insufficiency of memory for pointer  outputPtr"}},
-        {{-4, "QXwMLPerceptron", "insufficiency of memory for pointer  outputPtr"}},
-    };
-    for (long nth = 1; nth <= 4; ++nth) {
-        const long live = qx::testing::live_blocks();
-        {
-            FailAllocation fail(nth);
-            QXwMLPerceptron(2, 0, sin, 3, counts, -8, sw.data(), &sout, 0, &sf);
-        }
-        EXPECT_EQ(got(), expect[nth - 1]) << nth;
-        EXPECT_EQ(qx::testing::live_blocks(), live);
-        EXPECT_EQ(sout, 5);
-        clear();
+        EXPECT_TRUE((fout == 5) == (nth <= 2) && (sout == 5) == (nth <= 4)) << nth;
+        EXPECT_EQ(qx::testing::live_blocks(), live) << nth;
     }
 }

@@ -66,7 +66,9 @@ namespace kvxtest {
         if (c == '\n') { escaped += "\\n"; continue; }
         escaped += c;
     }
-    for (const char* call : {".check(", ".raise(", ".raisef(", ".scaling(", ".range("})
+    // A shared helper that raises for its caller reports the caller's line,
+    // which passes the Report on as the helper's first argument.
+    for (const char* call : {".check(", ".raise(", ".raisef(", ".scaling(", ".range(", "(r, "})
         if (line.find(call) != std::string::npos)
             return ::testing::AssertionSuccess();
     if (!cond.empty() && line.find(escaped) != std::string::npos)
