@@ -9,16 +9,17 @@
 namespace {
 
 long g_allocations = 0;   // successful allocations
+long g_attempts = 0;      // calls, failed ones included
 long g_live = 0;          // allocated, not yet released
 long g_failAt = 0;        // allocation number that fails (0: none)
 bool g_failSticky = false;
 void* g_last = nullptr;    // most recent successful allocation
 
 bool injected_failure() noexcept {
+    const long attempt = ++g_attempts;
     if (g_failAt == 0)
         return false;
-    long next = g_allocations + 1;
-    return g_failSticky ? next >= g_failAt : next == g_failAt;
+    return g_failSticky ? attempt >= g_failAt : attempt == g_failAt;
 }
 
 }  // namespace
@@ -63,7 +64,7 @@ void* alloc_aligned32(std::size_t bytes, void** raw) noexcept {
 
 namespace testing {
 void fail_allocation(long nth, bool sticky) noexcept {
-    g_failAt = nth > 0 ? g_allocations + nth : 0;
+    g_failAt = nth > 0 ? g_attempts + nth : 0;
     g_failSticky = sticky;
 }
 long allocations() noexcept { return g_allocations; }

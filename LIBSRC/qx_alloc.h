@@ -25,8 +25,8 @@ template <class T>
 T* calloc_n(std::size_t count) noexcept { return static_cast<T*>(calloc(count, sizeof(T))); }
 
 namespace testing {
-// Make the nth allocation from now fail (1 = the next one); with `sticky`
-// every allocation from that one on fails. 0 switches failures off.
+// Make the nth allocation call from now fail (1 = the next one) and only that
+// one; with `sticky` every call from that one on fails. 0 switches failures off.
 void fail_allocation(long nth, bool sticky = false) noexcept;
 long allocations() noexcept;   // successful allocations since the start
 long live_blocks() noexcept;   // allocated and not yet released

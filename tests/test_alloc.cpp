@@ -97,6 +97,9 @@ TEST_F(Alloc, FailedRowReleasesEverythingBeforeReporting) {
     {
         FailAllocation fail(3);  // pointer array, row 0, then row 1 fails
         EXPECT_EQ(QXyAlloc2(3, 4), nullptr);
+        unsigned char** next = QXyAlloc2(1, 1);  // only the third call failed
+        EXPECT_NE(next, nullptr);
+        QXyFree2(next, 1);
     }
     EXPECT_EQ(qx::testing::live_blocks(), live);
     {
@@ -127,7 +130,7 @@ TEST_F(Alloc, FailedTableBlockLeaksThePointerArrayAndQXyNamesQXn) {
     qx::free(qx::testing::last_allocation());
     EXPECT_EQ(qx::testing::live_blocks(), live);
     {
-        FailAllocation fail(1);
+        FailAllocation fail(1, true);
         EXPECT_EQ(QXyAllocTable(2, 2), nullptr);
         EXPECT_EQ(QXtAllocTable(2, 2), nullptr);
     }
