@@ -1,257 +1,116 @@
-// Addition and subtraction of nibble, byte, short and float vectors.
+// Addition, subtraction and multiplication of nibble, byte, short and float
+// vectors against the per-element references, over every vector path.
 #include <cstdint>
+#include <random>
 #include <vector>
 
 #include "test_arith_reference.h"
 
-using arithref::Op;
-using kvxtest::LibTest;
-using kvxtest::Rep;
+using namespace arithref;
 
 namespace {
 
-class AddSub : public LibTest {};
+class Arith : public kvxtest::LibTest {};
 
-const arithref::Forms<unsigned char> kYAdd{"QXybAdd2", QXybAdd2, "QXybAdd3", QXybAdd3, "QXybAdd2s", QXybAdd2s};
-const arithref::Forms<signed char> kTAdd{"QXtbAdd2", QXtbAdd2, "QXtbAdd3", QXtbAdd3, "QXtbAdd2s", QXtbAdd2s};
-const arithref::Forms<short> kWAdd{"QXwbAdd2", QXwbAdd2, "QXwbAdd3", QXwbAdd3, "QXwbAdd2s", QXwbAdd2s};
-const arithref::Forms<unsigned char> kYSub{"QXybSub2", QXybSub2, "QXybSub3", QXybSub3, "QXybSub2s", QXybSub2s};
-const arithref::Forms<signed char> kTSub{"QXtbSub2", QXtbSub2, "QXtbSub3", QXtbSub3, "QXtbSub2s", QXtbSub2s};
-const arithref::Forms<short> kWSub{"QXwbSub2", QXwbSub2, "QXwbSub3", QXwbSub3, "QXwbSub2s", QXwbSub2s};
+// One set of operands through the three forms in every mode; fixed-shift mode
+// with each of `factors`.
+void runForms(const Forms& f, const std::vector<int>& a, const std::vector<int>& b, const std::vector<int>& d3,
+              const std::vector<int>& factors, int sp = 1, int dp = 1) {
+    for (int form = 0; form < 3; ++form) {
+        const std::string name = f.name + kSuffix[form];
+        for (int doScale = 0; doScale <= 3; ++doScale) {
+            for (int sf0 : doScale == 1 ? factors : std::vector<int>{9}) {
+                SCOPED_TRACE(testing::Message() << name << " doScale " << doScale << " factor " << sf0 << " n "
+                                                << a.size() << " positions " << sp << dp);
+                std::vector<int> d = form == 1 ? d3 : b;
+                Expect e = expected(f, form, a, b, d, doScale, sf0);
+                int sf = sf0;
+                f.f[form](a, b, d, doScale, &sf, sp, dp);
+                EXPECT_EQ(d, e.out);
+                EXPECT_EQ(sf, e.scaleFactor);
+                std::vector<kvxtest::Rep> want;
+                if (e.over) want.emplace_back(-20, name, "");
+                if (e.under) want.emplace_back(-21, name, "");
+                EXPECT_EQ(takeReports(), want);
+            }
+        }
+    }
+}
 
 }  // namespace
 
-TEST_F(AddSub, BytesAndShortsMatchTheReferenceInEveryMode) {
-    arithref::allPaths([] {
-        arithref::checkAgainstReference(Op::add, arithref::kU8, kYAdd, 1);
-        arithref::checkAgainstReference(Op::add, arithref::kS8, kTAdd, 2);
-        arithref::checkAgainstReference(Op::add, arithref::kS16, kWAdd, 3);
-        arithref::checkAgainstReference(Op::sub, arithref::kU8, kYSub, 4);
-        arithref::checkAgainstReference(Op::sub, arithref::kS8, kTSub, 5);
-        arithref::checkAgainstReference(Op::sub, arithref::kS16, kWSub, 6);
-    });
-}
-
-TEST_F(AddSub, NibblesMatchTheReferenceAndKeepTheirNeighbours) {
-    arithref::checkNibbles(Op::add, {"QXnbAdd2", QXnbAdd2, "QXnbAdd3", QXnbAdd3, "QXnbAdd2s", QXnbAdd2s}, 11);
-    arithref::checkNibbles(Op::sub, {"QXnbSub2", QXnbSub2, "QXnbSub3", QXnbSub3, "QXnbSub2s", QXnbSub2s}, 12);
-}
-
-TEST_F(AddSub, DocumentedAdditionCases) {
-    int sf = 7;
-    unsigned char y[3] = {200, 10, 11}, ys[3] = {100, 20, 1};
-    EXPECT_EQ(QXybAdd2(ys, y, 1, 0, &sf), -20);
-    EXPECT_EQ(y[0], 44);
-    EXPECT_EQ(sf, 0);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-20, "QXybAdd2", ""}}));
-    for (const auto& r : kvxtest::reports()) EXPECT_TRUE(kvxtest::names_raising_line(r));
-    clear();
-    y[0] = 200;
-    QXybAdd2(ys, y, 1, 3, &sf);
-    EXPECT_EQ(y[0], 255);
-    y[0] = 200;
-    sf = 5;
-    QXybAdd2(ys, y, 3, 2, &sf);  // 300 halves everything: 150, 15, 6
-    EXPECT_EQ(y[0], 150);
-    EXPECT_EQ(y[1], 15);
-    EXPECT_EQ(y[2], 6);
-    EXPECT_EQ(sf, 1);
-
-    signed char t[1] = {-100}, ts[1] = {-100};
-    EXPECT_EQ(QXtbAdd2(ts, t, 1, 0, &sf), -21);
-    EXPECT_EQ(t[0], 56);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-21, "QXtbAdd2", ""}}));
-    clear();
-    t[0] = -100;
-    QXtbAdd2(ts, t, 1, 3, &sf);
-    EXPECT_EQ(t[0], -128);
-
-    // Overflow and underflow in one call: -20 first.
-    short w[2] = {30000, -30000}, ws[2] = {30000, -30000};
-    QXwbAdd2(ws, w, 2, 0, &sf);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-20, "QXwbAdd2", ""}, {-21, "QXwbAdd2", ""}}));
-    clear();
-
-    unsigned char a[2] = {7, 200}, b[2] = {9, 100}, d[2];
-    sf = 2;
-    QXybAdd3(a, b, d, 1, 1, &sf);
-    EXPECT_EQ(d[0], 4);
-    EXPECT_EQ(sf, 2);  // unchanged in fixed-shift mode
-    sf = -1;
-    QXybAdd3(a + 1, b + 1, d, 1, 1, &sf);
-    EXPECT_EQ(d[0], 88);
-    sf = 33;  // counts modulo 32: a shift by one
-    QXybAdd3(a, b, d, 1, 1, &sf);
-    EXPECT_EQ(d[0], 8);
-    EXPECT_TRUE(got().empty());
-}
-
-TEST_F(AddSub, DocumentedSubtractionCases) {
-    int sf = 9;
-    unsigned char y[1] = {3}, ys[1] = {5};
-    QXybSub2(ys, y, 1, 2, &sf);
-    EXPECT_EQ(y[0], 0);
-    EXPECT_EQ(sf, 0);
-    y[0] = 3;
-    EXPECT_EQ(QXybSub2(ys, y, 1, 0, &sf), -21);
-    EXPECT_EQ(y[0], 254);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-21, "QXybSub2", ""}}));
-    clear();
-
-    signed char t[3] = {-100, 40, -7}, ts[3] = {100, 2, 0};
-    QXtbSub2(ts, t, 3, 2, &sf);
-    EXPECT_EQ(t[0], -100);
-    EXPECT_EQ(t[1], 19);
-    EXPECT_EQ(t[2], -4);  // arithmetic halving
-    EXPECT_EQ(sf, 1);
-
-    unsigned char a[1] = {10}, b[1] = {30}, d[1];
-    QXybSub3(a, b, d, 1, 0, &sf);
-    EXPECT_EQ(d[0], 20);
-
-    short w[2] = {-32768, 5};
-    QXwbSub2s(1, w, 2, 3, &sf);
-    EXPECT_EQ(w[0], -32768);
-    EXPECT_EQ(w[1], 4);
-
-    // Unsigned fixed shift: the negative difference is shifted arithmetically.
-    unsigned char u[1] = {3};
-    sf = 1;
-    QXybSub2s(7, u, 1, 1, &sf);  // (3 - 7) >> 1 = -2, stored as 254
-    EXPECT_EQ(u[0], 254);
-    unsigned char nb[1] = {0x35};
-    sf = 0;
-    EXPECT_EQ(QXnbSub2s(5, nb, 1, 1, 0, &sf), -21);  // 3 - 5 wraps to 14; low nibble kept
-    EXPECT_EQ(nb[0], 0xE5);
-    clear();
-}
-
-TEST_F(AddSub, UnsignedSubtractionRunsBackwardOverOverlappingVectors) {
-    // srcDst[k] -= src[k] with src one element ahead of srcDst: run from the
-    // last element down, every element reads its neighbour's new value.
-    unsigned char v[5] = {50, 40, 30, 20, 10};
-    int sf = 0;
-    QXybSub2(v + 1, v, 4, 3, &sf);
-    // k = 3: 20 - 10 = 10; k = 2: 30 - 10 = 20; k = 1: 40 - 20 = 20; k = 0: 50 - 20 = 30.
-    EXPECT_EQ(std::vector<int>(v, v + 5), (std::vector<int>{30, 20, 20, 10, 10}));
-}
-
-TEST_F(AddSub, FloatForms) {
-    float a[5] = {1.5f, -2, 3, 4, 5}, b[5] = {10, 20, 30, 40, 50}, d[6] = {0, 0, 0, 0, 0, -1};
-    QXsbAdd3(a, b, d, 5);
-    for (int k = 0; k < 5; ++k) EXPECT_EQ(d[k], a[k] + b[k]);
-    QXsbSub3(a, b, d, 5);
-    for (int k = 0; k < 5; ++k) EXPECT_EQ(d[k], b[k] - a[k]);
-    EXPECT_EQ(d[5], -1);
-    float c[5];
-    std::copy(b, b + 5, c);
-    QXsbSub2(a, c, 5);
-    for (int k = 0; k < 5; ++k) EXPECT_EQ(c[k], b[k] - a[k]);
-    QXsbAdd2(a, c, 5);
-    for (int k = 0; k < 5; ++k) EXPECT_EQ(c[k], b[k] - a[k] + a[k]);
-    QXsbAdd2s(0.25f, c, 5);
-    QXsbSub2s(1.0f, c, 5);
-    for (int k = 0; k < 5; ++k) EXPECT_EQ(c[k], b[k] - a[k] + a[k] + 0.25f - 1.0f);
-    EXPECT_TRUE(got().empty());
-}
-
-TEST_F(AddSub, ChecksRunInOrderAndStopTheWork) {
-    int sf = 65;
-    unsigned char v[2] = {1, 2};
-    EXPECT_EQ(QXybAdd2(nullptr, nullptr, 0, 1, &sf), -5);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXybAdd2", "*scaleFactor>64"}, {-5, "QXybAdd2", "n<=0"},
-                                       {-5, "QXybAdd2", "src==0"}, {-5, "QXybAdd2", "dst==0"}}));
-    clear();
-    sf = -65;
-    QXtbSub3(nullptr, nullptr, nullptr, -1, 1, &sf);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXtbSub3", "*scaleFactor<-64"}, {-5, "QXtbSub3", "n<=0"},
-                                       {-5, "QXtbSub3", "srcA==0"}, {-5, "QXtbSub3", "srcB==0"},
-                                       {-5, "QXtbSub3", "dst==0"}}));
-    clear();
-    QXwbAdd2s(1, nullptr, 0, 4, nullptr);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXwbAdd2s", "doScale>3"}, {-5, "QXwbAdd2s", "scaleFactor==0"},
-                                       {-5, "QXwbAdd2s", "n<=0"}, {-5, "QXwbAdd2s", "dst==0"}}));
-    clear();
-    sf = 99;  // not checked outside fixed-shift mode
-    QXybSub2s(1, nullptr, 3, -1, &sf);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXybSub2s", "doScale<0"}, {-5, "QXybSub2s", "dst==0"}}));
-    clear();
-    QXnbAdd3(nullptr, v, v, -1, 2, 0, 0, &sf);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXnbAdd3", "srcStartPos<0"}, {-5, "QXnbAdd3", "dstStartPos>1"},
-                                       {-5, "QXnbAdd3", "n<=0"}, {-5, "QXnbAdd3", "srcA==0"}}));
-    clear();
-    QXnbSub2(v, nullptr, 2, -1, 1, 0, nullptr);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXnbSub2", "srcStartPos>1"}, {-5, "QXnbSub2", "dstStartPos<0"},
-                                       {-5, "QXnbSub2", "scaleFactor==0"}, {-5, "QXnbSub2", "dst==0"}}));
-    clear();
-    QXnbAdd2s(1, v, 2, 1, 0, nullptr);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXnbAdd2s", "dstStartPos>1"}, {-5, "QXnbAdd2s", "scaleFactor==0"}}));
-    clear();
-    float fv[1] = {0};
-    QXsbSub3(nullptr, fv, nullptr, 0);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXsbSub3", "n<=0"}, {-5, "QXsbSub3", "srcA==0"},
-                                       {-5, "QXsbSub3", "dst==0"}}));
-    for (const auto& r : kvxtest::reports()) EXPECT_TRUE(kvxtest::names_raising_line(r));
-    clear();
-
-    // n = 0 writes nothing; a pending error stops a valid call too.
-    sf = 0;
-    QXybAdd2s(1, v, 0, 0, &sf);
-    EXPECT_EQ(v[0], 1);
-    clear();
-    QXSetStatus(-4);
-    EXPECT_EQ(QXybAdd2s(1, v, 2, 0, &sf), -4);
-    EXPECT_EQ(v[0], 1);
-    EXPECT_EQ(v[1], 2);
-}
-
-TEST_F(AddSub, AutomaticModeOverOverlappingVectorsFollowsTheElementOrder) {
-    // srcDst one element after src: each sum reads the one stored before it.
-    // k = 0: 20 + 10 = 30; k = 1: 30 + 30 = 60; k = 2: 200 + 60 = 260 leaves
-    // the range: 200 stays, the two stored sums are halved (15, 30), then
-    // (30 + 200) / 2 = 115, (115 + 40) / 2 = 77, (77 + 50) / 2 = 63.
-    unsigned char v[6] = {10, 20, 30, 200, 40, 50};
-    int sf = 0;
-    QXybAdd2(v, v + 1, 5, 2, &sf);
-    EXPECT_EQ(std::vector<int>(v, v + 6), (std::vector<int>{10, 15, 30, 115, 77, 63}));
-    EXPECT_EQ(sf, 1);
-
-    // Nibbles of one byte string, the source one nibble behind the destination:
-    // nibbles 1 2 3 F, src from the first, srcDst from the second. k = 0: 2 + 1 = 3;
-    // k = 1: 3 + 3 = 6; k = 2: F + 6 = 21 leaves the range: F stays, the stored
-    // 3 and 6 become 1 and 3, then (3 + F) / 2 = 9.
-    unsigned char nb[2] = {0x12, 0x3F};
-    QXnbAdd2(nb, nb, 1, 0, 3, 2, &sf);
-    EXPECT_EQ(nb[0], 0x11);
-    EXPECT_EQ(nb[1], 0x39);
-    EXPECT_EQ(sf, 1);
-}
-
-TEST_F(AddSub, DestinationMayBeOneOfTheSources) {
-    // dst == srcA (and srcA == srcB == dst) must give what a separate
-    // destination gives, in every mode and on every path.
-    std::mt19937 g(31);
-    std::uniform_int_distribution<int> d(-32768, 32767);
-    std::vector<short> a(1000), b(1000);
-    for (auto& x : a) x = short(d(g));
-    for (auto& x : b) x = short(d(g));
-    arithref::allPaths([&] {
-        for (int doScale = 0; doScale <= 3; ++doScale) {
-            std::vector<short> sep(1000), same = a, both = a, sepBoth(1000);
-            int sf1 = 1, sf2 = 1, sf3 = 1, sf4 = 1;
-            // Checked mode overflows here; each call starts from a clear status.
-            QXwbSub3(a.data(), b.data(), sep.data(), 1000, doScale, &sf1);
-            clear();
-            QXwbSub3(same.data(), b.data(), same.data(), 1000, doScale, &sf2);
-            clear();
-            QXwbAdd3(a.data(), a.data(), sepBoth.data(), 1000, doScale, &sf3);
-            clear();
-            QXwbAdd3(both.data(), both.data(), both.data(), 1000, doScale, &sf4);
-            EXPECT_EQ(same, sep) << doScale;
-            EXPECT_EQ(sf2, sf1);
-            EXPECT_EQ(both, sepBoth) << doScale;
-            EXPECT_EQ(sf4, sf3);
-            clear();
+// Random operands in three regimes: the full range; small values that never
+// leave the range; small values with one extreme pair, the first result out
+// of range, at varied positions (also around the 4096-element blocks).
+TEST_F(Arith, EveryFormMatchesTheReferenceInEveryMode) {
+    const std::vector<int> factors{0, 1, 3, 15, 31, 33, 64, -1, -7, -33, -64}, few{0, 1, -1, 33};
+    std::mt19937 g(1);
+    allPaths([&] {
+        for (const Forms* f : {&kYAdd, &kTAdd, &kWAdd, &kYSub, &kTSub, &kWSub, &kYMpy, &kTMpy, &kWMpy}) {
+            const Type t = f->t;
+            const int small = t.is_signed() ? 5 : 7;
+            for (int n : {1, 2, 3, 7, 16, 33, 100}) {
+                auto rnd = [&](int lo, int hi) { return randomVec(g, t, n, lo, hi); };
+                runForms(*f, rnd(t.lo, t.hi), rnd(t.lo, t.hi), rnd(t.lo, t.hi), factors);
+                runForms(*f, rnd(-small, small), rnd(-small, small), rnd(t.lo, t.hi), factors);
+            }
+            for (int n : {40, 9000}) {
+                for (int at : {0, 1, 15, 16, 31, 4095, 4096, n - 1}) {
+                    if (at >= n) continue;
+                    auto a = randomVec(g, t, n, -small, small), b = randomVec(g, t, n, -small, small);
+                    a[at] = f->op == Op::mul && t.is_signed() ? t.lo : t.hi;
+                    b[at] = f->op == Op::add ? t.hi : t.lo;
+                    if (f->op == Op::mul && !t.is_signed()) b[at] = t.hi;
+                    runForms(*f, a, b, randomVec(g, t, n, t.lo, t.hi), few);
+                }
+            }
         }
     });
+}
+
+// Nibbles over (source, destination) start positions and lengths.
+TEST_F(Arith, NibbleFormsMatchTheReferenceAndKeepTheirNeighbours) {
+    std::mt19937 g(2);
+    for (const Forms* f : {&kNAdd, &kNSub, &kNMpy}) {
+        for (int n : {1, 2, 3, 4, 5, 8, 13, 64, 301}) {
+            for (int sp = 0; sp <= 1; ++sp) {
+                for (int dp = 0; dp <= 1; ++dp) {
+                    int hi = n % 2 ? 3 : 15;  // odd lengths with small values, which automatic mode keeps
+                    auto rnd = [&](int top) { return randomVec(g, kNib, n, 0, top); };
+                    runForms(*f, rnd(hi), rnd(hi), rnd(15), {0, 1, 2, 33, -1, -3}, sp, dp);
+                }
+            }
+        }
+    }
+}
+
+TEST_F(Arith, FloatFormsMatchElementResults) {
+    struct F {
+        Op op;
+        int (*f2)(const float*, float*, int);
+        int (*f3)(const float*, const float*, float*, int);
+        int (*f2s)(float, float*, int);
+    };
+    auto op = [](Op o, float l, float r) { return o == Op::add ? l + r : o == Op::sub ? l - r : l * r; };
+    std::mt19937 g(7);
+    std::uniform_real_distribution<float> d(-100.0f, 100.0f);
+    for (F f : {F{Op::add, QXsbAdd2, QXsbAdd3, QXsbAdd2s}, F{Op::sub, QXsbSub2, QXsbSub3, QXsbSub2s},
+                F{Op::mul, QXsbMpy2, QXsbMpy3, QXsbMpy2s}}) {
+        for (int n : {1, 3, 4, 5, 17, 64, 1001}) {
+            std::vector<float> a(n), b(n), dst(n + 1, 99.0f);
+            for (int k = 0; k < n; ++k) a[k] = d(g), b[k] = d(g);
+            const float val = 3.25f;
+            auto c = b, c2 = b;
+            ASSERT_EQ(f.f3(a.data(), b.data(), dst.data(), n), 0);
+            ASSERT_EQ(f.f2(a.data(), c.data(), n), 0);
+            ASSERT_EQ(f.f2s(val, c2.data(), n), 0);
+            for (int k = 0; k < n; ++k) {
+                EXPECT_EQ(dst[k], f.op == Op::sub ? op(f.op, b[k], a[k]) : op(f.op, a[k], b[k])) << k;
+                EXPECT_EQ(c[k], op(f.op, b[k], a[k])) << k;
+                EXPECT_EQ(c2[k], op(f.op, b[k], val)) << k;
+            }
+            EXPECT_EQ(dst[n], 99.0f);
+        }
+    }
+    EXPECT_TRUE(got().empty());
 }

@@ -1,18 +1,21 @@
-// Absolute value, shifts, minimum and maximum, and sums.
+// Absolute value, shifts, minimum and maximum and sums against references,
+// and the argument checks of the whole family.
 #include <cmath>
-#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <numeric>
 #include <limits>
 #include <random>
 #include <vector>
 
 #include "test_arith_reference.h"
 
-using kvxtest::LibTest;
+using namespace arithref;
 using kvxtest::Rep;
 
 namespace {
 
-class Misc : public LibTest {};
+class Misc : public kvxtest::LibTest {};
 
 template <class T>
 std::vector<T> randomData(std::mt19937& g, int n) {
@@ -22,289 +25,226 @@ std::vector<T> randomData(std::mt19937& g, int n) {
     return v;
 }
 
-// Bit k of a packed bit vector starting at bit p of its first byte.
-int bitAt(const std::vector<uint8_t>& v, int p, int k) {
-    int pos = (7 - p) + k;
-    return (v[pos / 8] >> (7 - pos % 8)) & 1;
+// The element-wise reference of a unary operation.
+template <class T, class F>
+std::vector<T> map(std::vector<T> v, F f) {
+    for (auto& x : v) x = T(f(x));
+    return v;
+}
+
+template <class T, class F>
+std::vector<T> applied(std::vector<T> v, F f, int shift) {
+    f(v.data(), int(v.size()), shift);
+    return v;
+}
+
+// The first minimum and the first maximum of v.
+template <class T>
+void checkMinMax(const std::vector<T>& v, T (*mn)(const T*, int, int*), T (*mx)(const T*, int, int*)) {
+    int lo = 0, hi = 0, pos = -1, n = int(v.size());
+    for (int k = 1; k < n; ++k) lo = v[k] < v[lo] ? k : lo, hi = v[k] > v[hi] ? k : hi;
+    EXPECT_EQ(mn(v.data(), n, &pos), v[lo]);
+    EXPECT_EQ(pos, lo);
+    EXPECT_EQ(mx(v.data(), n, &pos), v[hi]);
+    EXPECT_EQ(pos, hi);
+}
+
+template <class T>
+void checkAbs(const std::vector<T>& v, int (*abs1)(T*, int), int (*abs2)(const T*, T*, int), Type t = {}) {
+    // Bit for bit: the most negative integer stays, and so does -0.0f.
+    auto want = map(v, [&](T x) {
+        if constexpr (std::is_floating_point_v<T>) return x < 0 ? -x : x;
+        else return wrapTo(x < 0 ? -int64_t(x) : x, t);
+    });
+    auto in = v, out = v;
+    abs1(in.data(), int(v.size()));
+    abs2(v.data(), out.data(), int(v.size()));
+    EXPECT_EQ(std::memcmp(in.data(), want.data(), v.size() * sizeof(T)), 0);
+    EXPECT_EQ(std::memcmp(out.data(), want.data(), v.size() * sizeof(T)), 0);
+}
+
+// A sum in every mode: fixed shift with several factors, the others exact
+// (nothing here leaves the int range).
+template <class F>
+void checkSum(int64_t exact, F sum) {
+    for (int doScale = 0; doScale <= 3; ++doScale) {
+        for (int sf0 : doScale == 1 ? std::vector<int>{0, 1, 33, -2} : std::vector<int>{5}) {
+            int sf = sf0;
+            int64_t want = doScale != 1 ? exact : sf0 >= 0 ? shr(exact, sf0 % 32) : exact * (int64_t(1) << (-sf0 % 32));
+            EXPECT_EQ(sum(doScale, &sf), wrapTo(want, kI32)) << doScale << " " << sf0;
+            EXPECT_EQ(sf, doScale == 1 ? sf0 : 0);
+        }
+    }
 }
 
 }  // namespace
 
-TEST_F(Misc, AbsoluteValue) {
-    signed char t[4] = {-128, -5, 0, 7};
-    QXtbAbs(t, 4);
-    EXPECT_EQ(std::vector<int>(t, t + 4), (std::vector<int>{-128, 5, 0, 7}));
-    short w[3] = {-32768, -32767, 12}, w2[3];
-    QXwbAbs2(w, w2, 3);
-    EXPECT_EQ(std::vector<int>(w2, w2 + 3), (std::vector<int>{-32768, 32767, 12}));
-    QXwbAbs(w, 3);
-    EXPECT_EQ(std::vector<int>(w, w + 3), (std::vector<int>{-32768, 32767, 12}));
-    signed char t2[2];
-    signed char ts[2] = {-1, 1};
-    QXtbAbs2(ts, t2, 2);
-    EXPECT_EQ(t2[0], 1);
-    EXPECT_EQ(t2[1], 1);
-
-    float f[4] = {-1.5f, -0.0f, 2.0f, -std::numeric_limits<float>::infinity()}, f2[4];
-    QXsbAbs2(f, f2, 4);
-    EXPECT_EQ(f2[0], 1.5f);
-    EXPECT_TRUE(std::signbit(f2[1]));  // negative zero does not compare below zero
-    EXPECT_EQ(f2[2], 2.0f);
-    EXPECT_EQ(f2[3], std::numeric_limits<float>::infinity());
-    QXsbAbs(f, 4);
-    EXPECT_EQ(f[0], 1.5f);
-    EXPECT_TRUE(std::signbit(f[1]));
-
-    // The in-place form runs backward; over a random vector it matches the reference.
-    std::mt19937 g(3);
-    auto v = randomData<short>(g, 1000);
-    auto ref = v;
-    for (auto& x : ref) x = x < 0 ? short(arithref::wrapTo(-int64_t(x), arithref::kS16)) : x;
-    QXwbAbs(v.data(), 1000);
-    EXPECT_EQ(v, ref);
-    EXPECT_TRUE(got().empty());
-
-    QXtbAbs(nullptr, 0);
-    QXsbAbs2(nullptr, nullptr, -3);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXtbAbs", "n<=0"}, {-5, "QXtbAbs", "dst==0"}, {-5, "QXsbAbs2", "n<=0"},
-                                       {-5, "QXsbAbs2", "src==0"}, {-5, "QXsbAbs2", "dst==0"}}));
-    for (const auto& r : kvxtest::reports()) EXPECT_TRUE(kvxtest::names_raising_line(r));
-}
-
-TEST_F(Misc, ShiftsOfBytesAndShorts) {
-    unsigned char y[2] = {200, 255};
-    QXybShiftL(y, 1, 1);
-    EXPECT_EQ(y[0], 144);
-    QXybShiftR(y + 1, 1, 1);
-    EXPECT_EQ(y[1], 127);
-    signed char t[1] = {-3};
-    QXtbShiftR(t, 1, 1);
-    EXPECT_EQ(t[0], -2);
-
-    // Counts modulo 32, against a per-element reference for every count.
+TEST_F(Misc, AbsShiftMinMaxSumMatchReferences) {
     std::mt19937 g(5);
-    for (int shift : {0, 1, 3, 7, 8, 15, 16, 17, 31, 32, 33, 40, 63, -1, -31}) {
-        SCOPED_TRACE(shift);
-        int s = shift & 31;
-        auto yv = randomData<unsigned char>(g, 37);
-        auto tv = randomData<signed char>(g, 37);
-        auto wv = randomData<short>(g, 37);
-        auto yl = yv, yr = yv;
-        auto tl = tv, tr = tv;
-        auto wl = wv, wr = wv;
-        QXybShiftL(yl.data(), 37, shift);
-        QXybShiftR(yr.data(), 37, shift);
-        QXtbShiftL(tl.data(), 37, shift);
-        QXtbShiftR(tr.data(), 37, shift);
-        QXwbShiftL(wl.data(), 37, shift);
-        QXwbShiftR(wr.data(), 37, shift);
-        for (int k = 0; k < 37; ++k) {
-            EXPECT_EQ(yl[k], arithref::wrapTo(int64_t(yv[k]) << s, arithref::kU8));
-            EXPECT_EQ(yr[k], int(yv[k]) >> s);
-            EXPECT_EQ(tl[k], arithref::wrapTo(int64_t(tv[k]) * (int64_t(1) << s), arithref::kS8));
-            EXPECT_EQ(tr[k], arithref::shr(tv[k], s));
-            EXPECT_EQ(wl[k], arithref::wrapTo(int64_t(wv[k]) * (int64_t(1) << s), arithref::kS16));
-            EXPECT_EQ(wr[k], arithref::shr(wv[k], s));
-        }
-    }
-    EXPECT_TRUE(got().empty());
-
-    QXwbShiftR(nullptr, 0, 1);
-    QXybShiftL(y, -1, 1);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXwbShiftL", "n<=0"}, {-5, "QXwbShiftL", "dst==0"},
-                                       {-5, "QXybShiftL", "n<=0"}}));
-    for (const auto& r : kvxtest::reports()) EXPECT_TRUE(kvxtest::names_raising_line(r));
-}
-
-TEST_F(Misc, NibbleShiftsStayInsideTheirNibbles) {
-    unsigned char b[1] = {0x9C};
-    QXnbShiftL(b, 1, 2, 1);
-    EXPECT_EQ(b[0], 0x28);
-
-    std::mt19937 g(9);
     std::uniform_int_distribution<int> byte(0, 255);
-    for (int n : {1, 2, 3, 4, 7, 10, 31}) {
-        for (int p = 0; p <= 1; ++p) {
-            for (int shift : {0, 1, 2, 3, 4, 33, 35}) {
-                for (bool left : {true, false}) {
-                    SCOPED_TRACE(testing::Message() << n << " " << p << " " << shift << " " << left);
-                    std::vector<uint8_t> buf(n / 2 + 5);
-                    for (auto& x : buf) x = uint8_t(byte(g));
-                    auto want = buf;
-                    int s = shift & 31;
-                    for (int k = 0; k < n; ++k) {
-                        int v = arithref::nib(buf, 2, p, k);
-                        arithref::setNib(want, 2, p, k, left ? (v << s) & 15 : v >> s);
+    allPaths([&] {
+        for (int n : {1, 2, 15, 16, 17, 33, 127, 128, 129, 300, 4099, 70001}) {
+            SCOPED_TRACE(n);
+            auto y = randomData<unsigned char>(g, n);
+            auto t = randomData<signed char>(g, n);
+            auto w = randomData<short>(g, n);
+            t[0] = -128;
+            w[n - 1] = -32768;
+            auto ties = map(w, [](short x) { return x % 50; });
+            std::vector<float> f(ties.begin(), ties.end());
+            f[0] = n % 2 ? -0.0f : -std::numeric_limits<float>::infinity();
+            checkAbs(t, QXtbAbs, QXtbAbs2, kS8);
+            checkAbs(w, QXwbAbs, QXwbAbs2, kS16);
+            checkAbs(f, QXsbAbs, QXsbAbs2);
+            for (int shift : {0, 1, 3, 7, 8, 15, 16, 17, 31, 32, 33, 63, -1, -31}) {
+                SCOPED_TRACE(shift);
+                const int s = shift & 31;
+                auto left = [&](Type ty) { return [&, ty](int x) { return wrapTo(x * (int64_t(1) << s), ty); }; };
+                EXPECT_EQ(applied(y, QXybShiftL, shift), map(y, left(kU8)));
+                EXPECT_EQ(applied(y, QXybShiftR, shift), map(y, [&](int x) { return x >> s; }));
+                EXPECT_EQ(applied(t, QXtbShiftL, shift), map(t, left(kS8)));
+                EXPECT_EQ(applied(t, QXtbShiftR, shift), map(t, [&](int x) { return shr(x, s); }));
+                EXPECT_EQ(applied(w, QXwbShiftL, shift), map(w, left(kS16)));
+                EXPECT_EQ(applied(w, QXwbShiftR, shift), map(w, [&](int x) { return shr(x, s); }));
+            }
+            checkMinMax(y, QXyMin, QXyMax);
+            checkMinMax(t, QXtMin, QXtMax);
+            checkMinMax(ties, QXwMin, QXwMax);
+            f[0] = 0.0f;
+            checkMinMax(f, QXsMin, QXsMax);
+            int64_t ys = 0, ts = 0, ws = 0;
+            for (int k = 0; k < n; ++k) ys += y[k], ts += t[k], ws += w[k];
+            checkSum(ys, [&](int ds, int* sf) { return QXySum(y.data(), n, ds, sf); });
+            checkSum(ts, [&](int ds, int* sf) { return QXtSum(t.data(), n, ds, sf); });
+            checkSum(ws, [&](int ds, int* sf) { return QXwSum(w.data(), n, ds, sf); });
+            float fs = 0;
+            for (float x : f) fs += x;  // small whole numbers: exact in any order
+            EXPECT_EQ(QXsSum(f.data(), n), fs);
+
+            // Nibbles and bits at every start position, with guard bytes around.
+            std::vector<uint8_t> buf(n / 2 + 6);
+            for (auto& x : buf) x = uint8_t(byte(g));
+            for (int p = 0; p <= 1; ++p) {
+                std::vector<int> v(n);
+                for (int k = 0; k < n; ++k) v[k] = nib(buf, 2, p, k);
+                int lo = int(std::min_element(v.begin(), v.end()) - v.begin());
+                int hi = int(std::max_element(v.begin(), v.end()) - v.begin());
+                int pos = -1;
+                EXPECT_EQ(QXnMin(buf.data() + 2, p, n, &pos), v[lo]);
+                EXPECT_EQ(pos, lo);
+                EXPECT_EQ(QXnMax(buf.data() + 2, p, n, &pos), v[hi]);
+                EXPECT_EQ(pos, hi);
+                checkSum(std::accumulate(v.begin(), v.end(), int64_t(0)),
+                         [&](int ds, int* sf) { return QXnSum(buf.data() + 2, p, n, ds, sf); });
+                for (int shift : {0, 1, 2, 3, 4, 33, 35}) {
+                    for (auto op : {QXnbShiftL, QXnbShiftR}) {
+                        auto got = buf, want = buf;
+                        for (int k = 0; k < n; ++k)
+                            setNib(want, 2, p, k, op == QXnbShiftL ? (v[k] << (shift & 31)) & 15 : v[k] >> (shift & 31));
+                        op(got.data() + 2, p, n, shift);
+                        EXPECT_EQ(got, want) << p << " " << shift;
                     }
-                    (left ? QXnbShiftL : QXnbShiftR)(buf.data() + 2, p, n, shift);
-                    EXPECT_EQ(buf, want);
                 }
             }
+            for (int p = 0; p <= 7; ++p) {
+                int64_t bits = 0;
+                for (int k = 0, at = 7 - p; k < n; ++k, ++at) bits += (buf[at / 8] >> (7 - at % 8)) & 1;
+                checkSum(bits, [&](int ds, int* sf) { return QXbSum(buf.data(), p, n, ds, sf); });
+            }
         }
-    }
-    QXnbShiftR(nullptr, -1, 0, 1);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXnbShiftR", "dstStartPos<0"}, {-5, "QXnbShiftR", "n<=0"},
-                                       {-5, "QXnbShiftR", "dst==0"}}));
-}
-
-TEST_F(Misc, MinimumAndMaximumKeepTheFirstOccurrence) {
-    int pos = -1;
-    unsigned char y[3] = {5, 3, 3};
-    EXPECT_EQ(QXyMin(y, 3, &pos), 3);
-    EXPECT_EQ(pos, 1);
-    unsigned char y2[2] = {7, 7};
-    EXPECT_EQ(QXyMax(y2, 2, &pos), 7);
-    EXPECT_EQ(pos, 0);
-    signed char t[2] = {1, -1};
-    EXPECT_EQ(QXtMin(t, 2, &pos), -1);
-    EXPECT_EQ(pos, 1);
-    unsigned char u[2] = {1, 255};
-    EXPECT_EQ(QXyMin(u, 2, &pos), 1);
-    EXPECT_EQ(pos, 0);
-
-    std::mt19937 g(4);
-    for (int n : {1, 2, 17, 300}) {
-        auto w = randomData<short>(g, n);
-        for (auto& x : w) x = short(x % 50);  // plenty of ties
-        int lo = 0, hi = 0;
-        for (int k = 1; k < n; ++k) {
-            if (w[k] < w[lo]) lo = k;
-            if (w[k] > w[hi]) hi = k;
-        }
-        EXPECT_EQ(QXwMin(w.data(), n, &pos), w[lo]);
-        EXPECT_EQ(pos, lo);
-        EXPECT_EQ(QXwMax(w.data(), n, &pos), w[hi]);
-        EXPECT_EQ(pos, hi);
-        std::vector<float> f(w.begin(), w.end());
-        EXPECT_EQ(QXsMin(f.data(), n, &pos), f[lo]);
-        EXPECT_EQ(pos, lo);
-        EXPECT_EQ(QXsMax(f.data(), n, &pos), f[hi]);
-        EXPECT_EQ(pos, hi);
-        auto tb = randomData<signed char>(g, n);
-        int tl = 0;
-        for (int k = 1; k < n; ++k)
-            if (tb[k] > tb[tl]) tl = k;
-        EXPECT_EQ(QXtMax(tb.data(), n, &pos), tb[tl]);
-        EXPECT_EQ(pos, tl);
-    }
-
-    // Nibbles, from either start position.
-    unsigned char nb[3] = {0x3A, 0x1F, 0x0E};
-    EXPECT_EQ(QXnMin(nb, 0, 3, &pos), 1);  // elements A, 1, F; the 0 after them lies beyond n
-    EXPECT_EQ(pos, 1);
-    EXPECT_EQ(QXnMax(nb, 0, 3, &pos), 15);
-    EXPECT_EQ(pos, 2);
-    EXPECT_EQ(QXnMin(nb, 1, 5, &pos), 0);
-    EXPECT_EQ(pos, 4);
-    EXPECT_TRUE(got().empty());
-
-    EXPECT_EQ(QXnMax(nullptr, 2, 0, nullptr), 0);
-    EXPECT_EQ(QXyMin(nullptr, 0, nullptr), 0);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXnMax", "src==0"}, {-5, "QXnMax", "position==0"},
-                                       {-5, "QXnMax", "startPos>1"}, {-5, "QXnMax", "n<=0"},
-                                       {-5, "QXyMin", "n<=0"}, {-5, "QXyMin", "src==0"},
-                                       {-5, "QXyMin", "position==0"}}));
-    for (const auto& r : kvxtest::reports()) EXPECT_TRUE(kvxtest::names_raising_line(r));
-}
-
-TEST_F(Misc, SumsAndTheirScaling) {
-    int sf = 0;
-    unsigned char y[2] = {3, 4};
-    sf = 1;
-    EXPECT_EQ(QXySum(y, 2, 1, &sf), 3);
-    EXPECT_EQ(sf, 1);
-    sf = -2;
-    EXPECT_EQ(QXySum(y, 2, 1, &sf), 28);
-    sf = 33;
-    EXPECT_EQ(QXySum(y, 2, 1, &sf), 3);
-
-    unsigned char bits[1] = {0x05};
-    EXPECT_EQ(QXbSum(bits, 2, 3, 0, &sf), 2);
-    EXPECT_EQ(sf, 0);
-
-    // Bit and nibble counts over many start positions and lengths.
-    std::mt19937 g(8);
-    std::uniform_int_distribution<int> byte(0, 255);
-    std::vector<uint8_t> buf(40);
-    for (auto& x : buf) x = uint8_t(byte(g));
-    for (int p = 0; p <= 7; ++p) {
-        for (int n = 1; n <= 200; n += 7) {
-            int want = 0;
-            for (int k = 0; k < n; ++k) want += bitAt(buf, p, k);
-            EXPECT_EQ(QXbSum(buf.data(), p, n, 3, &sf), want) << p << " " << n;
-        }
-    }
-    for (int p = 0; p <= 1; ++p) {
-        for (int n = 1; n <= 70; n += 3) {
-            int want = 0;
-            for (int k = 0; k < n; ++k) want += arithref::nib(buf, 0, p, k);
-            EXPECT_EQ(QXnSum(buf.data(), p, n, 0, &sf), want) << p << " " << n;
-        }
-    }
-
-    // Signed sums against a plain loop, across the internal block sizes.
-    for (int n : {1, 15, 16, 17, 127, 128, 129, 200, 70000, 300001}) {
-        auto w = randomData<short>(g, n);
-        int64_t ws = 0;
-        for (auto x : w) ws += x;
-        arithref::allPaths([&] { EXPECT_EQ(QXwSum(w.data(), n, 2, &sf), ws); });
-    }
-    auto t = randomData<signed char>(g, 999);
-    int64_t ts = 0;
-    for (auto x : t) ts += x;
-    EXPECT_EQ(QXtSum(t.data(), 999, 3, &sf), ts);
-    std::vector<float> f{0.5f, 0.25f, -2.0f};
-    EXPECT_EQ(QXsSum(f.data(), 3), -1.25f);
-    EXPECT_TRUE(got().empty());
-
-    // Beyond the int range: checked raises (and still returns the wrapped
-    // sum), automatic halves, saturating clamps.
-    std::vector<short> big(70000, 32767);
-    int64_t exact = int64_t(70000) * 32767;  // 2293690000
-    EXPECT_EQ(QXwSum(big.data(), 70000, 0, &sf), int(uint32_t(exact)));
-    EXPECT_EQ(got(), (std::vector<Rep>{{-20, "QXwSum ", ""}}));
-    clear();
-    EXPECT_EQ(QXwSum(big.data(), 70000, 2, &sf), exact / 2);
-    EXPECT_EQ(sf, 1);
-    EXPECT_EQ(QXwSum(big.data(), 70000, 3, &sf), 2147483647);
-    // Past the vector paths' internal blocks, at the extreme value.
-    std::vector<short> many(600001, -32768);
-    int64_t manyExact = int64_t(600001) * -32768, want = manyExact;
-    int halvings = 0;
-    while (want < INT32_MIN) {
-        want = arithref::shr(want, 1);
-        ++halvings;
-    }
-    arithref::allPaths([&] {
-        EXPECT_EQ(QXwSum(many.data(), 600001, 2, &sf), want);
-        EXPECT_EQ(sf, halvings);
     });
-    std::vector<short> low(70000, -32768);
-    EXPECT_EQ(QXwSum(low.data(), 70000, 3, &sf), -2147483647 - 1);
-    QXwSum(low.data(), 70000, 0, &sf);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-21, "QXwSum ", ""}}));
-    for (const auto& r : kvxtest::reports()) EXPECT_TRUE(kvxtest::names_raising_line(r));
-    clear();
-    std::vector<unsigned char> ones(1 << 24, 255);  // 4278190080: above the int range
-    EXPECT_EQ(QXySum(ones.data(), int(ones.size()), 2, &sf), int(4278190080u >> 1));
-    EXPECT_EQ(sf, 1);
-    EXPECT_EQ(QXySum(ones.data(), int(ones.size()), 3, &sf), 2147483647);
     EXPECT_TRUE(got().empty());
 }
 
-TEST_F(Misc, SumChecksUseTheirOddNamesAndTexts) {
-    int sf = 70;
-    EXPECT_EQ(QXbSum(nullptr, 8, 0, 1, &sf), 0);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXbSum ", "*scaleFactor>64"}, {-5, "QXbSum ", "dst==0"},
-                                       {-5, "QXbSum ", "startPos>7"}, {-5, "QXbSum ", "n<=0"}}));
+// Beyond the int range: checked raises (and returns the wrapped sum),
+// automatic halves, saturating clamps; past the vector paths' blocks too.
+TEST_F(Misc, SumsBeyondTheIntRange) {
+    std::vector<short> high(70000, 32767), low(600001, -32768);
+    std::vector<unsigned char> ones(1 << 24, 255);
+    struct Case {
+        const char* name;
+        std::function<int(int, int*)> sum;
+        int64_t exact;
+    };
+    const Case cases[] = {{"QXwSum ", [&](int ds, int* sf) { return QXwSum(high.data(), 70000, ds, sf); }, 70000 * 32767LL},
+                          {"QXwSum ", [&](int ds, int* sf) { return QXwSum(low.data(), 600001, ds, sf); }, 600001 * -32768LL},
+                          {"QXySum ", [&](int ds, int* sf) { return QXySum(ones.data(), 1 << 24, ds, sf); }, 255LL << 24}};
+    for (const Case& c : cases) {
+        allPaths([&] {
+            int sf = 0, halvings = 0;
+            int64_t halved = c.exact;
+            for (; halved > INT32_MAX || halved < INT32_MIN; ++halvings) halved = shr(halved, 1);
+            EXPECT_EQ(c.sum(2, &sf), halved);
+            EXPECT_EQ(sf, halvings);
+            EXPECT_EQ(c.sum(3, &sf), c.exact > 0 ? INT32_MAX : INT32_MIN);
+            EXPECT_EQ(c.sum(0, &sf), wrapTo(c.exact, kI32));
+            for (const auto& r : kvxtest::reports()) EXPECT_TRUE(kvxtest::names_raising_line(r));
+            EXPECT_EQ(takeReports(), (std::vector<Rep>{{c.exact > 0 ? -20 : -21, c.name, ""}}));
+        });
+    }
+}
+
+// Checks run in order and stop the work; some report under odd names.
+TEST_F(Misc, ChecksReportTheirTextsInOrder) {
+    int sf65 = 65, sfm65 = -65, sf99 = 99, sf70 = 70, sf = 0;
+    unsigned char v[2] = {1, 2};
+    float fv[1] = {1};
+    using L = std::vector<std::pair<std::string, std::string>>;
+    const std::vector<std::pair<std::function<void()>, L>> table{
+        {[&] { QXybAdd2(nullptr, nullptr, 0, 1, &sf65); },
+         {{"QXybAdd2", "*scaleFactor>64"}, {"QXybAdd2", "n<=0"}, {"QXybAdd2", "src==0"}, {"QXybAdd2", "dst==0"}}},
+        {[&] { QXtbSub3(nullptr, nullptr, nullptr, -1, 1, &sfm65); },
+         {{"QXtbSub3", "*scaleFactor<-64"}, {"QXtbSub3", "n<=0"}, {"QXtbSub3", "srcA==0"}, {"QXtbSub3", "srcB==0"},
+          {"QXtbSub3", "dst==0"}}},
+        {[&] { QXwbAdd2s(1, nullptr, 0, 4, nullptr); },
+         {{"QXwbAdd2s", "doScale>3"}, {"QXwbAdd2s", "scaleFactor==0"}, {"QXwbAdd2s", "n<=0"}, {"QXwbAdd2s", "dst==0"}}},
+        {[&] { QXybSub2s(1, nullptr, 3, -1, &sf99); }, {{"QXybSub2s", "doScale<0"}, {"QXybSub2s", "dst==0"}}},
+        {[&] { QXnbAdd3(nullptr, v, v, -1, 2, 0, 0, &sf); },
+         {{"QXnbAdd3", "srcStartPos<0"}, {"QXnbAdd3", "dstStartPos>1"}, {"QXnbAdd3", "n<=0"}, {"QXnbAdd3", "srcA==0"}}},
+        {[&] { QXnbSub2(v, nullptr, 2, -1, 1, 0, nullptr); },
+         {{"QXnbSub2", "srcStartPos>1"}, {"QXnbSub2", "dstStartPos<0"}, {"QXnbSub2", "scaleFactor==0"},
+          {"QXnbSub2", "dst==0"}}},
+        {[&] { QXnbAdd2s(1, v, 2, 1, 0, nullptr); }, {{"QXnbAdd2s", "dstStartPos>1"}, {"QXnbAdd2s", "scaleFactor==0"}}},
+        {[&] { QXsbSub3(nullptr, fv, nullptr, 0); }, {{"QXsbSub3", "n<=0"}, {"QXsbSub3", "srcA==0"}, {"QXsbSub3", "dst==0"}}},
+        {[&] { QXsbMpy2(nullptr, nullptr, 0); }, {{"QXsbMpy2", "n<=0"}, {"QXsbMpy2", "src==0"}, {"QXsbMpy2", "dst==0"}}},
+        {[&] { QXsbMpy2s(2.0f, nullptr, 0); }, {{"QXsbMpy2s", "n<=0"}, {"QXsbMpy2s", "dst==0"}}},
+        {[&] { QXybMpy2(nullptr, nullptr, 0, 1, &sf65); },
+         {{"QXtbMpy2", "*scaleFactor>64"}, {"QXybMpy2", "n<=0"}, {"QXybMpy2", "src==0"}, {"QXybMpy2", "dst==0"}}},
+        {[&] { QXybMpy2(nullptr, nullptr, 1, -1, nullptr); },
+         {{"QXtbMpy2", "doScale<0"}, {"QXtbMpy2", "scaleFactor==0"}, {"QXybMpy2", "src==0"}, {"QXybMpy2", "dst==0"}}},
+        {[&] { QXnbMpy2s(3, v, 3, -2, 5, &sf); },
+         {{"QXnbMpy2s", "dstStartPos>1"}, {"QXnbMpy2s", "doScale>3"}, {"QXnbMpy2s", "n<=0"}}},
+        {[&] { QXtbAbs(nullptr, 0); }, {{"QXtbAbs", "n<=0"}, {"QXtbAbs", "dst==0"}}},
+        {[&] { QXsbAbs2(nullptr, nullptr, -3); }, {{"QXsbAbs2", "n<=0"}, {"QXsbAbs2", "src==0"}, {"QXsbAbs2", "dst==0"}}},
+        {[&] { QXwbShiftR(nullptr, 0, 1); }, {{"QXwbShiftL", "n<=0"}, {"QXwbShiftL", "dst==0"}}},
+        {[&] { QXybShiftL(v, -1, 1); }, {{"QXybShiftL", "n<=0"}}},
+        {[&] { QXnbShiftR(nullptr, -1, 0, 1); },
+         {{"QXnbShiftR", "dstStartPos<0"}, {"QXnbShiftR", "n<=0"}, {"QXnbShiftR", "dst==0"}}},
+        {[&] { EXPECT_EQ(QXnMax(nullptr, 2, 0, nullptr), 0); },
+         {{"QXnMax", "src==0"}, {"QXnMax", "position==0"}, {"QXnMax", "startPos>1"}, {"QXnMax", "n<=0"}}},
+        {[&] { EXPECT_EQ(QXyMin(nullptr, 0, nullptr), 0); },
+         {{"QXyMin", "n<=0"}, {"QXyMin", "src==0"}, {"QXyMin", "position==0"}}},
+        {[&] { EXPECT_EQ(QXbSum(nullptr, 8, 0, 1, &sf70), 0); },
+         {{"QXbSum ", "*scaleFactor>64"}, {"QXbSum ", "dst==0"}, {"QXbSum ", "startPos>7"}, {"QXbSum ", "n<=0"}}},
+        {[&] { QXnSum(nullptr, -1, 1, 4, nullptr); },
+         {{"QXnSum ", "doScale>3"}, {"QXnSum ", "scaleFactor==0"}, {"QXnSum ", "dst==0"}, {"QXnSum ", "startPos<0"}}},
+        {[&] { QXtSum(nullptr, 0, -1, &sf); }, {{"QXtSum ", "doScale<0"}, {"QXtSum ", "n<=0"}, {"QXtSum ", "dst==0"}}},
+        {[&] { QXsSum(nullptr, 0); }, {{"QXsSum ", "n<=0"}, {"QXsSum ", "dst==0"}}},
+    };
+    for (const auto& [call, texts] : table) {
+        call();
+        std::vector<Rep> want;
+        for (const auto& [fn, text] : texts) want.emplace_back(-5, fn, text);
+        EXPECT_EQ(got(), want);
+        for (const auto& r : kvxtest::reports()) EXPECT_TRUE(kvxtest::names_raising_line(r));
+        clear();
+    }
+    // n = 0 writes nothing; a pending error stops a valid call before any work.
+    QXybAdd2s(1, v, 0, 0, &sf);
     clear();
-    QXnSum(nullptr, -1, 1, 4, nullptr);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXnSum ", "doScale>3"}, {-5, "QXnSum ", "scaleFactor==0"},
-                                       {-5, "QXnSum ", "dst==0"}, {-5, "QXnSum ", "startPos<0"}}));
-    clear();
-    QXtSum(nullptr, 0, -1, &sf);
-    QXsSum(nullptr, 0);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXtSum ", "doScale<0"}, {-5, "QXtSum ", "n<=0"},
-                                       {-5, "QXtSum ", "dst==0"}, {-5, "QXsSum ", "n<=0"}, {-5, "QXsSum ", "dst==0"}}));
-    for (const auto& r : kvxtest::reports()) EXPECT_TRUE(kvxtest::names_raising_line(r));
+    QXSetStatus(-4);
+    EXPECT_EQ(QXybAdd2s(1, v, 2, 0, &sf), -4);
+    EXPECT_EQ(QXsbMpy2s(2.0f, fv, 1), -4);
+    EXPECT_EQ(std::vector<int>(v, v + 2), (std::vector<int>{1, 2}));
+    EXPECT_EQ(fv[0], 1.0f);
 }

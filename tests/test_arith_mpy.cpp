@@ -1,195 +1,130 @@
-// Element-wise multiplication of byte, short, nibble and float vectors.
+// Worked cases of addition, subtraction and multiplication: the documented
+// edge cases in every scaling mode, and vectors that overlap.
 #include <cstdint>
 #include <random>
 #include <vector>
 
 #include "test_arith_reference.h"
 
-using arithref::Op;
-using kvxtest::LibTest;
-using kvxtest::Rep;
+using namespace arithref;
 
 namespace {
 
-class Mpy : public LibTest {};
+class Cases : public kvxtest::LibTest {};
 
-std::vector<float> random_floats(std::mt19937& g, int n) {
-    std::uniform_real_distribution<float> d(-100.0f, 100.0f);
-    std::vector<float> v(n);
-    for (auto& x : v) x = d(g);
-    return v;
-}
+struct Edge {
+    const Forms& f;
+    int form;  // 0: "2", 1: "3", 2: "2s"
+    std::vector<int> a, b, d;
+    int doScale, sf;
+    std::vector<int> out;
+    int sfOut;
+    std::vector<int> codes;  // reported by the function, in order; the last is returned
+};
 
 }  // namespace
 
-TEST_F(Mpy, FloatFormsMatchElementProducts) {
-    std::mt19937 g(7);
-    for (int n : {1, 3, 4, 5, 17, 64, 1001}) {
-        auto a = random_floats(g, n), b = random_floats(g, n);
-        float val = 3.25f;
-        std::vector<float> dst(n + 1, 99.0f);
-        ASSERT_EQ(QXsbMpy3(a.data(), b.data(), dst.data(), n), 0);
-        for (int k = 0; k < n; ++k) EXPECT_EQ(dst[k], a[k] * b[k]) << k;
-        EXPECT_EQ(dst[n], 99.0f);  // nothing written past the end
-
-        auto c = b;
-        ASSERT_EQ(QXsbMpy2(a.data(), c.data(), n), 0);
-        for (int k = 0; k < n; ++k) EXPECT_EQ(c[k], b[k] * a[k]) << k;
-
-        c = b;
-        ASSERT_EQ(QXsbMpy2s(val, c.data(), n), 0);
-        for (int k = 0; k < n; ++k) EXPECT_EQ(c[k], b[k] * val) << k;
+TEST_F(Cases, DocumentedEdgeCases) {
+    const std::vector<Edge> table{
+        {kYAdd, 0, {100}, {}, {200}, 0, 7, {44}, 0, {-20}},                          // wraps, factor cleared
+        {kYAdd, 0, {100}, {}, {200}, 3, 7, {255}, 0, {}},                            // saturates
+        {kYAdd, 0, {100, 20, 1}, {}, {200, 10, 11}, 2, 5, {150, 15, 6}, 1, {}},      // 300 halves all
+        {kTAdd, 0, {-100}, {}, {-100}, 0, 0, {56}, 0, {-21}},
+        {kTAdd, 0, {-100}, {}, {-100}, 3, 0, {-128}, 0, {}},
+        {kWAdd, 0, {30000, -30000}, {}, {30000, -30000}, 0, 0, {-5536, 5536}, 0, {-20, -21}},
+        {kYAdd, 1, {7}, {9}, {0}, 1, 2, {4}, 2, {}},                                 // factor kept
+        {kYAdd, 1, {200}, {100}, {0}, 1, -1, {88}, -1, {}},                         // wraps, then doubles
+        {kYAdd, 1, {7}, {9}, {0}, 1, 33, {8}, 33, {}},                               // counts modulo 32
+        {kYSub, 0, {5}, {}, {3}, 2, 9, {0}, 0, {}},                                  // unsigned: clamps at 0
+        {kYSub, 0, {5}, {}, {3}, 0, 9, {254}, 0, {-21}},
+        {kTSub, 0, {100, 2, 0}, {}, {-100, 40, -7}, 2, 9, {-100, 19, -4}, 1, {}},   // arithmetic halving
+        {kYSub, 1, {10}, {30}, {0}, 0, 0, {20}, 0, {}},                              // srcB - srcA
+        {kWSub, 2, {1}, {}, {-32768, 5}, 3, 0, {-32768, 4}, 0, {}},
+        {kYSub, 2, {7}, {}, {3}, 1, 1, {254}, 1, {}},                                // (3 - 7) >> 1 = -2
+        {kNSub, 2, {5}, {}, {3}, 0, 0, {14}, 0, {-21}},
+        {kYMpy, 0, {20, 3}, {}, {20, 2}, 2, 0, {200, 3}, 1, {}},
+        {kYMpy, 0, {3, 255, 1}, {}, {2, 255, 100}, 2, 0, {0, 254, 0}, 8, {}},
+        {kTMpy, 0, {127, 1, 1}, {}, {-128, 1, 100}, 2, 0, {-127, 0, 0}, 7, {}},     // the smaller product wins
+        {kWMpy, 0, {181, 181}, {}, {181, -181}, 2, 5, {32761, -32761}, 0, {}},      // nothing out of range
+        {kWMpy, 0, {-32768, 1}, {}, {-32768, 3}, 2, 0, {16384, 0}, 16, {}},         // 2^30 needs 16
+        {kTMpy, 0, {-128}, {}, {-128}, 3, 4, {127}, 0, {}},
+        {kYMpy, 0, {20}, {}, {20}, 1, 0, {144}, 0, {}},                              // the wrapped product
+        {kTMpy, 2, {2}, {}, {-128}, 0, 0, {0}, 0, {-21}},
+        {kTMpy, 2, {2}, {}, {100}, 0, 0, {-56}, 0, {-20}},
+        {kWMpy, 2, {300}, {}, {300}, 1, -2, {32320}, -2, {}},                        // wraps, then times 4
+    };
+    for (const Edge& c : table) {
+        const std::string name = c.f.name + kSuffix[c.form];
+        SCOPED_TRACE(testing::Message() << name << " doScale " << c.doScale << " factor " << c.sf);
+        std::vector<int> d = c.d, b = c.b.empty() ? c.d : c.b;
+        int sf = c.sf;
+        EXPECT_EQ(c.f.f[c.form](c.a, b, d, c.doScale, &sf, 1, 1), c.codes.empty() ? 0 : c.codes.back());
+        EXPECT_EQ(d, c.out);
+        EXPECT_EQ(sf, c.sfOut);
+        std::vector<kvxtest::Rep> want;
+        for (int code : c.codes) want.emplace_back(code, name, "");
+        for (const auto& r : kvxtest::reports()) EXPECT_TRUE(kvxtest::names_raising_line(r));
+        EXPECT_EQ(takeReports(), want);
     }
-    EXPECT_TRUE(got().empty());
 }
 
-TEST_F(Mpy, FloatFormChecksInOrder) {
-    float v[2] = {1, 2};
-    EXPECT_EQ(QXsbMpy2(nullptr, nullptr, 0), -5);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXsbMpy2", "n<=0"}, {-5, "QXsbMpy2", "src==0"}, {-5, "QXsbMpy2", "dst==0"}}));
-    clear();
-    EXPECT_EQ(QXsbMpy3(nullptr, nullptr, nullptr, -1), -5);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXsbMpy3", "n<=0"}, {-5, "QXsbMpy3", "srcA==0"}, {-5, "QXsbMpy3", "srcB==0"},
-                                       {-5, "QXsbMpy3", "dst==0"}}));
-    clear();
-    EXPECT_EQ(QXsbMpy2s(2.0f, nullptr, 0), -5);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXsbMpy2s", "n<=0"}, {-5, "QXsbMpy2s", "dst==0"}}));
-    for (const auto& rep : kvxtest::reports()) EXPECT_TRUE(kvxtest::names_raising_line(rep));
-    clear();
-    // A pending error stops the call before any work.
-    QXSetStatus(-5);
-    EXPECT_EQ(QXsbMpy2s(2.0f, v, 2), -5);
-    EXPECT_EQ(v[0], 1.0f);
-}
-
-TEST_F(Mpy, BytesAndShortsMatchTheReferenceInEveryMode) {
-    arithref::checkAgainstReference(Op::mul, arithref::kU8,
-                                    arithref::Forms<unsigned char>{"QXybMpy2", QXybMpy2, "QXybMpy3", QXybMpy3,
-                                                                   "QXybMpy2s", QXybMpy2s}, 21);
-    arithref::checkAgainstReference(Op::mul, arithref::kS8,
-                                    arithref::Forms<signed char>{"QXtbMpy2", QXtbMpy2, "QXtbMpy3", QXtbMpy3,
-                                                                 "QXtbMpy2s", QXtbMpy2s}, 22);
-    arithref::allPaths([] {
-        arithref::checkAgainstReference(Op::mul, arithref::kS16,
-                                        arithref::Forms<short>{"QXwbMpy2", QXwbMpy2, "QXwbMpy3", QXwbMpy3,
-                                                               "QXwbMpy2s", QXwbMpy2s}, 23);
-    });
-}
-
-TEST_F(Mpy, NibblesMatchTheReferenceAndKeepTheirNeighbours) {
-    arithref::checkNibbles(Op::mul, {"QXnbMpy2", QXnbMpy2, "QXnbMpy3", QXnbMpy3, "QXnbMpy2s", QXnbMpy2s}, 24);
-}
-
-TEST_F(Mpy, AutomaticShiftFollowsTheLargestProduct) {
+TEST_F(Cases, OverlappingVectorsFollowTheElementOrder) {
     int sf = 0;
-    unsigned char y[2] = {20, 2}, ys[2] = {20, 3};
-    QXybMpy2(ys, y, 2, 2, &sf);
-    EXPECT_EQ(y[0], 200);
-    EXPECT_EQ(y[1], 3);
-    EXPECT_EQ(sf, 1);
-
-    unsigned char z[3] = {2, 255, 100}, zs[3] = {3, 255, 1};
-    QXybMpy2(zs, z, 3, 2, &sf);
-    EXPECT_EQ(sf, 8);
-    EXPECT_EQ(std::vector<int>(z, z + 3), (std::vector<int>{0, 254, 0}));
-
-    // Only the products from the first one out of range decide; the smaller
-    // product wins when its magnitude is larger.
-    signed char t[3] = {-128, 1, 100}, ts[3] = {127, 1, 1};
-    QXtbMpy2(ts, t, 3, 2, &sf);
-    EXPECT_EQ(sf, 7);
-    EXPECT_EQ(std::vector<int>(t, t + 3), (std::vector<int>{-127, 0, 0}));
-
-    // Nothing out of range: the products stay and the factor is 0.
-    // The largest magnitude, -32768 x -32768 = 2^30, needs the largest count.
-    std::vector<short> big(40, 3), bigs(40, 1);
-    big[33] = -32768;
-    bigs[33] = -32768;
-    QXwbMpy2(bigs.data(), big.data(), 40, 2, &sf);
-    EXPECT_EQ(sf, 16);
-    EXPECT_EQ(big[33], 16384);
-    EXPECT_EQ(big[0], 0);
-
-    short w[2] = {181, -181}, ws[2] = {181, 181};
-    sf = 5;
-    QXwbMpy2(ws, w, 2, 2, &sf);
-    EXPECT_EQ(w[0], 32761);
-    EXPECT_EQ(w[1], -32761);
-    EXPECT_EQ(sf, 0);
-    EXPECT_TRUE(got().empty());
-}
-
-TEST_F(Mpy, SaturatingCheckedAndFixedShiftCases) {
-    int sf = 4;
-    signed char t[1] = {-128}, ts[1] = {-128};
-    QXtbMpy2(ts, t, 1, 3, &sf);
-    EXPECT_EQ(t[0], 127);
-    EXPECT_EQ(sf, 0);
-
-    unsigned char y[1] = {20}, ys[1] = {20};
-    sf = 0;
-    QXybMpy2(ys, y, 1, 1, &sf);  // the wrapped product
-    EXPECT_EQ(y[0], 144);
-    EXPECT_EQ(sf, 0);
-
-    t[0] = -128;
-    EXPECT_EQ(QXtbMpy2s(2, t, 1, 0, &sf), -21);
-    EXPECT_EQ(t[0], 0);
-    QXSetStatus(0);  // keep the reports, clear the pending error
-    t[0] = 100;
-    EXPECT_EQ(QXtbMpy2s(2, t, 1, 0, &sf), -20);
-    EXPECT_EQ(t[0], -56);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-21, "QXtbMpy2s", ""}, {-20, "QXtbMpy2s", ""}}));
-    for (const auto& r : kvxtest::reports()) EXPECT_TRUE(kvxtest::names_raising_line(r));
-    clear();
-
-    // Negative factors wrap the product, then shift it left.
-    short w[1] = {300};
-    sf = -2;
-    QXwbMpy2s(300, w, 1, 1, &sf);  // 90000 wraps to 24464, times 4 wraps to 32320
-    EXPECT_EQ(w[0], 32320);
-}
-
-TEST_F(Mpy, ByteFormsRunBackwardInFixedShiftAndSaturatingModes) {
-    // srcDst[k] *= src[k] with src one element ahead: the last element first.
-    unsigned char v[4] = {2, 3, 4, 5};
-    int sf = 0;
-    QXybMpy2(v + 1, v, 3, 3, &sf);
-    // k = 2: 4*5 = 20; k = 1: 3*20 = 60; k = 0: 2*60 = 120.
-    EXPECT_EQ(std::vector<int>(v, v + 4), (std::vector<int>{120, 60, 20, 5}));
+    // srcDst one element before src, saturating: the last element first, each
+    // reads its neighbour's new value. 20 - 10, 30 - 10, 40 - 20, 50 - 20.
+    unsigned char v[5] = {50, 40, 30, 20, 10};
+    QXybSub2(v + 1, v, 4, 3, &sf);
+    EXPECT_EQ(std::vector<int>(v, v + 5), (std::vector<int>{30, 20, 20, 10, 10}));
+    unsigned char m[4] = {2, 3, 4, 5};
+    QXybMpy2(m + 1, m, 3, 3, &sf);  // 4 x 5, 3 x 20, 2 x 60
+    EXPECT_EQ(std::vector<int>(m, m + 4), (std::vector<int>{120, 60, 20, 5}));
     signed char t[3] = {2, 3, 4};
-    sf = 0;
     QXtbMpy2(t + 1, t, 2, 1, &sf);
     EXPECT_EQ(std::vector<int>(t, t + 3), (std::vector<int>{24, 12, 4}));
-}
 
-TEST_F(Mpy, TheByteFormReportsItsScalingChecksUnderTheSignedName) {
-    int sf = 65;
-    QXybMpy2(nullptr, nullptr, 0, 1, &sf);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXtbMpy2", "*scaleFactor>64"}, {-5, "QXybMpy2", "n<=0"},
-                                       {-5, "QXybMpy2", "src==0"}, {-5, "QXybMpy2", "dst==0"}}));
-    clear();
-    QXybMpy2(nullptr, nullptr, 1, -1, nullptr);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXtbMpy2", "doScale<0"}, {-5, "QXtbMpy2", "scaleFactor==0"},
-                                       {-5, "QXybMpy2", "src==0"}, {-5, "QXybMpy2", "dst==0"}}));
-    clear();
-    unsigned char v[1] = {3};
-    QXnbMpy2s(3, v, 3, -2, 5, &sf);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXnbMpy2s", "dstStartPos>1"}, {-5, "QXnbMpy2s", "doScale>3"},
-                                       {-5, "QXnbMpy2s", "n<=0"}}));
-    for (const auto& r : kvxtest::reports()) EXPECT_TRUE(kvxtest::names_raising_line(r));
-    clear();
-    EXPECT_EQ(v[0], 3);
-}
-
-TEST_F(Mpy, AutomaticShiftOverOverlappingVectorsFollowsTheElementOrder) {
-    // srcDst one element after src. k = 0: 3 x 2 = 6; k = 1: 50 x 6 = 300
-    // leaves the range. The products from k = 1 on, from memory as it is,
-    // are 6 x 50 and 50 x 7 = 350, so the count is 1; the stored 6 becomes 3,
-    // then 3 x 50 / 2 = 75 and 75 x 7 / 2 = 262, which wraps to 6.
-    unsigned char v[4] = {2, 3, 50, 7};
-    int sf = 0;
-    QXybMpy2(v, v + 1, 3, 2, &sf);
-    EXPECT_EQ(std::vector<int>(v, v + 4), (std::vector<int>{2, 3, 75, 6}));
+    // srcDst one element after src, automatic: 20 + 10 = 30, 30 + 30 = 60,
+    // 200 + 60 leaves the range: 200 stays, 30 and 60 halve, then
+    // (30 + 200) / 2 = 115, (115 + 40) / 2 = 77, (77 + 50) / 2 = 63.
+    unsigned char w[6] = {10, 20, 30, 200, 40, 50};
+    QXybAdd2(w, w + 1, 5, 2, &sf);
+    EXPECT_EQ(std::vector<int>(w, w + 6), (std::vector<int>{10, 15, 30, 115, 77, 63}));
     EXPECT_EQ(sf, 1);
+    // Nibbles 1 2 3 F, the source one nibble behind: 3, 6, then F + 6 leaves
+    // the range: F stays, 3 and 6 become 1 and 3, then (3 + F) / 2 = 9.
+    unsigned char nb[2] = {0x12, 0x3F};
+    QXnbAdd2(nb, nb, 1, 0, 3, 2, &sf);
+    EXPECT_EQ(nb[0], 0x11);
+    EXPECT_EQ(nb[1], 0x39);
+    EXPECT_EQ(sf, 1);
+    // 3 x 2 = 6, then 50 x 6 leaves the range; the products from there on, as
+    // memory holds them, are 300 and 350: one count. 6 becomes 3, then 75 and
+    // 75 x 7 / 2 = 262, which wraps to 6.
+    unsigned char p[4] = {2, 3, 50, 7};
+    QXybMpy2(p, p + 1, 3, 2, &sf);
+    EXPECT_EQ(std::vector<int>(p, p + 4), (std::vector<int>{2, 3, 75, 6}));
+    EXPECT_EQ(sf, 1);
+}
+
+TEST_F(Cases, DestinationMayBeOneOfTheSources) {
+    std::mt19937 g(31);
+    auto a = elems<short>(randomVec(g, kS16, 1000, -32768, 32767));
+    auto b = elems<short>(randomVec(g, kS16, 1000, -32768, 32767));
+    allPaths([&] {
+        for (int doScale = 0; doScale <= 3; ++doScale) {
+            std::vector<short> sep(1000), same = a, both = a, sepBoth(1000);
+            int sf[4] = {1, 1, 1, 1};
+            QXwbSub3(a.data(), b.data(), sep.data(), 1000, doScale, &sf[0]);
+            clear();  // checked mode overflows: each call starts from a clear status
+            QXwbSub3(same.data(), b.data(), same.data(), 1000, doScale, &sf[1]);
+            clear();
+            QXwbMpy3(a.data(), a.data(), sepBoth.data(), 1000, doScale, &sf[2]);
+            clear();
+            QXwbMpy3(both.data(), both.data(), both.data(), 1000, doScale, &sf[3]);
+            clear();
+            EXPECT_EQ(same, sep) << doScale;
+            EXPECT_EQ(both, sepBoth) << doScale;
+            EXPECT_EQ(sf[1], sf[0]);
+            EXPECT_EQ(sf[3], sf[2]);
+        }
+    });
 }
