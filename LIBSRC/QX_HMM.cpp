@@ -816,10 +816,16 @@ C over_servers(const Report& r, int HMMOrClassId, int* bestHMMId, C initial, Bod
     return best;
 }
 
+constexpr float kWorstFloat = FLT_MAX;             // 3.4028235e38
+constexpr std::int32_t kWorstInt = 2147483647;
+
 // The 16-bit result: doScale 1 shifts by the caller's factor (right for a
 // positive one, left for a negative one, counts modulo 32); any other doScale
-// returns the cost as it is with factor 0.
+// returns the cost as it is with factor 0. The worst cost of a failed
+// evaluation comes back untouched.
 int scale_result(std::int32_t best, int doScale, int* scaleFactor) {
+    if (best == kWorstInt && Report::failed())
+        return best;
     if (doScale == 1) {
         const int sf = scaleFactor != nullptr ? *scaleFactor : 0;
         if (sf >= 0)
@@ -831,9 +837,6 @@ int scale_result(std::int32_t best, int doScale, int* scaleFactor) {
         *scaleFactor = 0;
     return best;
 }
-
-constexpr float kWorstFloat = FLT_MAX;             // 3.4028235e38
-constexpr std::int32_t kWorstInt = 2147483647;
 
 template <class C>
 constexpr C worst() {
@@ -1217,8 +1220,6 @@ QX_API int QXwEvalHMMViterbi(int HMMOrClassId, const int* vect, int nObserv, int
                              int* scaleFactor) {
     constexpr qx::Report r{"QXwEvalHMMViterbi"};
     const std::int32_t best = qx::eval_discrete<std::int32_t>(r, HMMOrClassId, vect, nObserv, bestHMMId);
-    if (best == qx::kWorstInt && qx::Report::failed())
-        return best;
     return qx::scale_result(best, doScale, scaleFactor);
 }
 
@@ -1231,8 +1232,6 @@ QX_API int QXwEvalContHMMViterbi(int HMMOrClassId, short** nqVect, int nObserv, 
                                  int* scaleFactor) {
     constexpr qx::Report r{"QXwEvalContHMMViterbi"};
     const std::int32_t best = qx::eval_mixture<short, false>(r, HMMOrClassId, nqVect, nObserv, bestHMMId);
-    if (best == qx::kWorstInt && qx::Report::failed())
-        return best;
     return qx::scale_result(best, doScale, scaleFactor);
 }
 
@@ -1245,8 +1244,6 @@ QX_API int QXwEvalSemicontHMMViterbi(int HMMOrClassId, short** nqVect, int nObse
                                      int* scaleFactor) {
     constexpr qx::Report r{"QXwEvalSemicontHMMViterbi"};
     const std::int32_t best = qx::eval_mixture<short, true>(r, HMMOrClassId, nqVect, nObserv, bestHMMId);
-    if (best == qx::kWorstInt && qx::Report::failed())
-        return best;
     return qx::scale_result(best, doScale, scaleFactor);
 }
 
