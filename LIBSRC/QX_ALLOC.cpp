@@ -91,16 +91,22 @@ std::size_t row_bytes(Kind kind, int nCols) noexcept {
     return c;
 }
 
-void** alloc2(const qx::Report& r, Kind kind, int nRows, int nCols, const char* rowFailure) noexcept {
+// The shape check and the array of row pointers, common to both layouts.
+void** row_pointers(const qx::Report& r, int nRows, int nCols) noexcept {
     if (nRows < 1 || nCols < 1) {
         r.raise(QX_StsBadArg, "((nRows<=0)||(nCols<=0))");
         return nullptr;
     }
     auto rows = qx::alloc_n<void*>(static_cast<std::size_t>(nRows));
-    if (rows == nullptr) {
+    if (rows == nullptr)
         r.raise(QX_StsNoMem, "The pointers vector can not be allocated");
+    return rows;
+}
+
+void** alloc2(const qx::Report& r, Kind kind, int nRows, int nCols, const char* rowFailure) noexcept {
+    void** rows = row_pointers(r, nRows, nCols);
+    if (rows == nullptr)
         return nullptr;
-    }
     const std::size_t bytes = row_bytes(kind, nCols);
     for (int k = 0; k < nRows; ++k) {
         rows[k] = qx::alloc(bytes);
@@ -118,15 +124,9 @@ void** alloc2(const qx::Report& r, Kind kind, int nRows, int nCols, const char* 
 // `blockName` reports the failed data block; QXyAllocTable passes another
 // member's name there and keeps its own for the other two reports.
 void** alloc_table(const qx::Report& r, Kind kind, int nRows, int nCols, const qx::Report& blockName) noexcept {
-    if (nRows < 1 || nCols < 1) {
-        r.raise(QX_StsBadArg, "((nRows<=0)||(nCols<=0))");
+    void** rows = row_pointers(r, nRows, nCols);
+    if (rows == nullptr)
         return nullptr;
-    }
-    auto rows = qx::alloc_n<void*>(static_cast<std::size_t>(nRows));
-    if (rows == nullptr) {
-        r.raise(QX_StsNoMem, "The pointers vector can not be allocated");
-        return nullptr;
-    }
     const std::size_t bytes = row_bytes(kind, nCols);
     auto block = static_cast<unsigned char*>(qx::alloc(bytes * static_cast<std::size_t>(nRows)));
     if (block == nullptr) {

@@ -12,22 +12,31 @@
 
 namespace {
 
+// The strict scan: element 0 first, then a new candidate only when an
+// element is strictly smaller (or larger). get(k) reads element k.
+template <bool Largest, class Get>
+auto strict_scan(long n, int* position, Get get) noexcept {
+    auto best = get(0);
+    long at = 0;
+    for (long k = 1; k < n; ++k) {
+        auto x = get(k);
+        if (Largest ? x > best : x < best) {
+            best = x;
+            at = k;
+        }
+    }
+    *position = static_cast<int>(at);
+    return best;
+}
+
 // Integers: the extreme value first (a reduction the compiler vectorises),
 // then the first index that holds it; the same answer as the strict scan.
 template <bool Largest, class T>
 T extreme(const T* v, long n, int* position) noexcept {
-    T best = v[0];
     if constexpr (std::is_floating_point_v<T>) {
-        long at = 0;
-        for (long k = 1; k < n; ++k) {
-            if (Largest ? v[k] > best : v[k] < best) {
-                best = v[k];
-                at = k;
-            }
-        }
-        *position = static_cast<int>(at);
-        return best;
+        return strict_scan<Largest>(n, position, [v](long k) { return v[k]; });
     } else {
+        T best = v[0];
         for (long k = 1; k < n; ++k)
             best = Largest ? std::max(best, v[k]) : std::min(best, v[k]);
         long at = 0;
@@ -40,16 +49,8 @@ T extreme(const T* v, long n, int* position) noexcept {
 
 template <bool Largest>
 unsigned char extreme_nibble(const std::uint8_t* v, int startPos, long n, int* position) noexcept {
-    unsigned best = qx::packed::get_nibble(v, startPos, 0);
-    long at = 0;
-    for (long k = 1; k < n; ++k) {
-        unsigned x = qx::packed::get_nibble(v, startPos, k);
-        if (Largest ? x > best : x < best) {
-            best = x;
-            at = k;
-        }
-    }
-    *position = static_cast<int>(at);
+    const unsigned best = strict_scan<Largest>(
+        n, position, [v, startPos](long k) -> unsigned { return qx::packed::get_nibble(v, startPos, k); });
     return static_cast<unsigned char>(best);
 }
 

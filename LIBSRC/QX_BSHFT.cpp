@@ -11,20 +11,18 @@
 
 namespace {
 
-template <class E>
-void shift_left(typename E::T* v, long n, int shift) noexcept {
+// Left shifts wrap to the element width. Right shifts are arithmetic for
+// signed elements (the value is sign-extended first), logical for unsigned
+// ones (zero-extended).
+template <bool Left, class E>
+void shift_all(typename E::T* v, long n, int shift) noexcept {
     unsigned sh = static_cast<unsigned>(shift) & 31u;
-    for (long k = 0; k < n; ++k)
-        v[k] = qx::wrap<E>(static_cast<std::uint32_t>(static_cast<std::int32_t>(v[k])) << sh);
-}
-
-// Arithmetic for signed elements (the value is sign-extended first), logical
-// for unsigned ones (zero-extended).
-template <class E>
-void shift_right(typename E::T* v, long n, int shift) noexcept {
-    unsigned sh = static_cast<unsigned>(shift) & 31u;
-    for (long k = 0; k < n; ++k)
-        v[k] = qx::wrap<E>(static_cast<std::int32_t>(v[k]) >> sh);
+    for (long k = 0; k < n; ++k) {
+        if constexpr (Left)
+            v[k] = qx::wrap<E>(static_cast<std::uint32_t>(static_cast<std::int32_t>(v[k])) << sh);
+        else
+            v[k] = qx::wrap<E>(static_cast<std::int32_t>(v[k]) >> sh);
+    }
 }
 
 // Each nibble of a packed nibble vector, shifted within its four bits: whole
@@ -60,7 +58,7 @@ QX_API int QXybShiftL(unsigned char* srcDst, int n, int shift) {
     r.check(srcDst == nullptr, "dst==0");
     if (qx::Report::failed())
         return QXGetStatus();
-    shift_left<qx::U8>(srcDst, n, shift);
+    shift_all<true, qx::U8>(srcDst, n, shift);
     return 0;
 }
 
@@ -70,7 +68,7 @@ QX_API int QXtbShiftL(signed char* srcDst, int n, int shift) {
     r.check(srcDst == nullptr, "dst==0");
     if (qx::Report::failed())
         return QXGetStatus();
-    shift_left<qx::S8>(srcDst, n, shift);
+    shift_all<true, qx::S8>(srcDst, n, shift);
     return 0;
 }
 
@@ -80,7 +78,7 @@ QX_API int QXwbShiftL(short* srcDst, int n, int shift) {
     r.check(srcDst == nullptr, "dst==0");
     if (qx::Report::failed())
         return QXGetStatus();
-    shift_left<qx::S16>(srcDst, n, shift);
+    shift_all<true, qx::S16>(srcDst, n, shift);
     return 0;
 }
 
@@ -90,7 +88,7 @@ QX_API int QXybShiftR(unsigned char* srcDst, int n, int shift) {
     r.check(srcDst == nullptr, "dst==0");
     if (qx::Report::failed())
         return QXGetStatus();
-    shift_right<qx::U8>(srcDst, n, shift);
+    shift_all<false, qx::U8>(srcDst, n, shift);
     return 0;
 }
 
@@ -100,7 +98,7 @@ QX_API int QXtbShiftR(signed char* srcDst, int n, int shift) {
     r.check(srcDst == nullptr, "dst==0");
     if (qx::Report::failed())
         return QXGetStatus();
-    shift_right<qx::S8>(srcDst, n, shift);
+    shift_all<false, qx::S8>(srcDst, n, shift);
     return 0;
 }
 
@@ -110,7 +108,7 @@ QX_API int QXwbShiftR(short* srcDst, int n, int shift) {
     r.check(srcDst == nullptr, "dst==0");
     if (qx::Report::failed())
         return QXGetStatus();
-    shift_right<qx::S16>(srcDst, n, shift);
+    shift_all<false, qx::S16>(srcDst, n, shift);
     return 0;
 }
 

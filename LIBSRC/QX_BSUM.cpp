@@ -97,34 +97,9 @@ struct Scaled {
     bool over = false, under = false;
 };
 
-// The scaling modes on an unsigned 32-bit sum.
-Scaled scale_unsigned(std::uint32_t sum, int doScale, int* scaleFactor) noexcept {
-    switch (doScale) {
-    case 0:
-        *scaleFactor = 0;
-        return {static_cast<int>(sum), sum > INT_MAX};
-    case 1: {
-        int f = *scaleFactor;
-        std::uint32_t v = f >= 0 ? sum >> (static_cast<unsigned>(f) & 31u) : sum << (static_cast<unsigned>(-f) & 31u);
-        return {static_cast<int>(v)};
-    }
-    case 2: {
-        int count = 0;
-        while (sum > INT_MAX) {
-            sum >>= 1;
-            ++count;
-        }
-        *scaleFactor = count;
-        return {static_cast<int>(sum)};
-    }
-    default:
-        *scaleFactor = 0;
-        return {sum > INT_MAX ? INT_MAX : static_cast<int>(sum)};
-    }
-}
-
-// The scaling modes on an exact signed sum.
-Scaled scale_signed(std::int64_t sum, int doScale, int* scaleFactor) noexcept {
+// The scaling modes on an exact sum (an unsigned 32-bit sum widens to it
+// unchanged: then only the above-int checks can fire).
+Scaled scale_sum(std::int64_t sum, int doScale, int* scaleFactor) noexcept {
     switch (doScale) {
     case 0:
         *scaleFactor = 0;
@@ -163,7 +138,7 @@ QX_API int QXbSum(const unsigned char* src, int startPos, int n, int doScale, in
     r.check(n <= 0, "n<=0");
     if (qx::Report::failed())
         return 0;
-    Scaled s = scale_unsigned(count_bits(src, startPos, n), doScale, scaleFactor);
+    Scaled s = scale_sum(count_bits(src, startPos, n), doScale, scaleFactor);
     r.range(s.over, s.under);
     return s.value;
 }
@@ -177,7 +152,7 @@ QX_API int QXnSum(const unsigned char* src, int startPos, int n, int doScale, in
     r.check(n <= 0, "n<=0");
     if (qx::Report::failed())
         return 0;
-    Scaled s = scale_unsigned(sum_nibbles(src, startPos, n), doScale, scaleFactor);
+    Scaled s = scale_sum(sum_nibbles(src, startPos, n), doScale, scaleFactor);
     r.range(s.over, s.under);
     return s.value;
 }
@@ -189,7 +164,7 @@ QX_API int QXySum(const unsigned char* src, int n, int doScale, int* scaleFactor
     r.check(src == nullptr, "dst==0");
     if (qx::Report::failed())
         return 0;
-    Scaled s = scale_unsigned(sum_bytes(src, n), doScale, scaleFactor);
+    Scaled s = scale_sum(sum_bytes(src, n), doScale, scaleFactor);
     r.range(s.over, s.under);
     return s.value;
 }
@@ -201,7 +176,7 @@ QX_API int QXtSum(const signed char* src, int n, int doScale, int* scaleFactor) 
     r.check(src == nullptr, "dst==0");
     if (qx::Report::failed())
         return 0;
-    Scaled s = scale_signed(sum_signed(src, n), doScale, scaleFactor);
+    Scaled s = scale_sum(sum_signed(src, n), doScale, scaleFactor);
     r.range(s.over, s.under);
     return s.value;
 }
@@ -213,7 +188,7 @@ QX_API int QXwSum(const short* src, int n, int doScale, int* scaleFactor) {
     r.check(src == nullptr, "dst==0");
     if (qx::Report::failed())
         return 0;
-    Scaled s = scale_signed(sum_signed(src, n), doScale, scaleFactor);
+    Scaled s = scale_sum(sum_signed(src, n), doScale, scaleFactor);
     r.range(s.over, s.under);
     return s.value;
 }

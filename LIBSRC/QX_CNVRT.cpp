@@ -22,43 +22,17 @@ constexpr double power2(int k) {
     return v;
 }
 
-template <int Sign>
-constexpr auto make_table() {
-    struct T { double v[65]; } t{};
-    for (int k = 0; k <= 64; ++k) t.v[k] = power2(Sign * k);
+// 2^(sign * k) for k = 0..64, built exactly at compile time.
+constexpr std::array<double, 65> powers_of_two(int sign) {
+    std::array<double, 65> t{};
+    for (int k = 0; k <= 64; ++k) t[static_cast<std::size_t>(k)] = power2(sign * k);
     return t;
 }
 
-constexpr auto kShrinkTable = make_table<-1>();
-constexpr auto kEnlargeTable = make_table<1>();
-
 }  // namespace
 
-const double kShrink[65] = {
-#define QX_ROW(i) kShrinkTable.v[i]
-    QX_ROW(0),  QX_ROW(1),  QX_ROW(2),  QX_ROW(3),  QX_ROW(4),  QX_ROW(5),  QX_ROW(6),  QX_ROW(7),  QX_ROW(8),
-    QX_ROW(9),  QX_ROW(10), QX_ROW(11), QX_ROW(12), QX_ROW(13), QX_ROW(14), QX_ROW(15), QX_ROW(16), QX_ROW(17),
-    QX_ROW(18), QX_ROW(19), QX_ROW(20), QX_ROW(21), QX_ROW(22), QX_ROW(23), QX_ROW(24), QX_ROW(25), QX_ROW(26),
-    QX_ROW(27), QX_ROW(28), QX_ROW(29), QX_ROW(30), QX_ROW(31), QX_ROW(32), QX_ROW(33), QX_ROW(34), QX_ROW(35),
-    QX_ROW(36), QX_ROW(37), QX_ROW(38), QX_ROW(39), QX_ROW(40), QX_ROW(41), QX_ROW(42), QX_ROW(43), QX_ROW(44),
-    QX_ROW(45), QX_ROW(46), QX_ROW(47), QX_ROW(48), QX_ROW(49), QX_ROW(50), QX_ROW(51), QX_ROW(52), QX_ROW(53),
-    QX_ROW(54), QX_ROW(55), QX_ROW(56), QX_ROW(57), QX_ROW(58), QX_ROW(59), QX_ROW(60), QX_ROW(61), QX_ROW(62),
-    QX_ROW(63), QX_ROW(64)
-#undef QX_ROW
-};
-
-const double kEnlarge[65] = {
-#define QX_ROW(i) kEnlargeTable.v[i]
-    QX_ROW(0),  QX_ROW(1),  QX_ROW(2),  QX_ROW(3),  QX_ROW(4),  QX_ROW(5),  QX_ROW(6),  QX_ROW(7),  QX_ROW(8),
-    QX_ROW(9),  QX_ROW(10), QX_ROW(11), QX_ROW(12), QX_ROW(13), QX_ROW(14), QX_ROW(15), QX_ROW(16), QX_ROW(17),
-    QX_ROW(18), QX_ROW(19), QX_ROW(20), QX_ROW(21), QX_ROW(22), QX_ROW(23), QX_ROW(24), QX_ROW(25), QX_ROW(26),
-    QX_ROW(27), QX_ROW(28), QX_ROW(29), QX_ROW(30), QX_ROW(31), QX_ROW(32), QX_ROW(33), QX_ROW(34), QX_ROW(35),
-    QX_ROW(36), QX_ROW(37), QX_ROW(38), QX_ROW(39), QX_ROW(40), QX_ROW(41), QX_ROW(42), QX_ROW(43), QX_ROW(44),
-    QX_ROW(45), QX_ROW(46), QX_ROW(47), QX_ROW(48), QX_ROW(49), QX_ROW(50), QX_ROW(51), QX_ROW(52), QX_ROW(53),
-    QX_ROW(54), QX_ROW(55), QX_ROW(56), QX_ROW(57), QX_ROW(58), QX_ROW(59), QX_ROW(60), QX_ROW(61), QX_ROW(62),
-    QX_ROW(63), QX_ROW(64)
-#undef QX_ROW
-};
+constexpr std::array<double, 65> kShrink = powers_of_two(-1);
+constexpr std::array<double, 65> kEnlarge = powers_of_two(1);
 
 double scale_multiplier(int factor) noexcept {
     if (factor >= 0 && factor <= 64) return kShrink[factor];
@@ -111,7 +85,7 @@ Int saturate(double x) noexcept {
 // largest k with m * 2^k < L. A probe succeeds when its product fits and the
 // product one step further does not.
 bool search_factor(double m, double L, bool shrink, int* k) noexcept {
-    const double* table = shrink ? kShrink : kEnlarge;
+    const double* table = shrink ? kShrink.data() : kEnlarge.data();
     int lo = 0, hi = 64, mid = 32;
     for (int probe = 0; probe < 7; ++probe) {
         const double p = table[mid] * m;

@@ -409,26 +409,18 @@ float* real_twiddles(int order) {
     r.check(order > 31, "order>31");
     if (r.failed())
         return nullptr;
-    qx::Context& c = *qx::context();
-    if (c.rTwd[order])
-        return static_cast<float*>(qx::align32(c.rTwd[order]));
-    void* raw = nullptr;
-    auto* t = static_cast<float*>(qx::alloc_aligned32(8 * points(order), &raw));
-    if (raw == nullptr) {
-        r.raise(QX_StsNoMem, "NULL Pointer");
-        return nullptr;
-    }
-    if (c.rTwd[order + 1]) {
-        decimate(t, static_cast<const float*>(qx::align32(c.rTwd[order + 1])), order);
-    } else {
+    return qx::fft::cached_table<float>(r, qx::context()->rTwd, order, 8 * points(order), [order](float* t, const float* finer) {
+        if (finer) {
+            decimate(t, finer, order);
+            return true;
+        }
         calc_twiddles(t, order);
         for (std::size_t k = 0; k < points(order); ++k) {
             t[2 * k] = 0.5f * t[2 * k];
             t[2 * k + 1] = 0.5f * t[2 * k + 1] + 0.5f;
         }
-    }
-    c.rTwd[order] = raw;
-    return t;
+        return true;
+    });
 }
 
 }  // namespace qx::fft
@@ -452,18 +444,10 @@ QX_API int* QXGetBitRevTbl(int order) {
     r.check(order > 31, "order>31");
     if (r.failed())
         return nullptr;
-    qx::Context& c = *qx::context();
-    if (c.bitRev[order])
-        return static_cast<int*>(qx::align32(c.bitRev[order]));
-    void* raw = nullptr;
-    auto* t = static_cast<int*>(qx::alloc_aligned32(4 * points(order), &raw));
-    if (raw == nullptr) {
-        r.raise(QX_StsNoMem, "NULL Pointer");
-        return nullptr;
-    }
-    calc_bit_reversal(t, order);
-    c.bitRev[order] = raw;
-    return t;
+    return qx::fft::cached_table<int>(r, qx::context()->bitRev, order, 4 * points(order), [order](int* t, const int*) {
+        calc_bit_reversal(t, order);
+        return true;
+    });
 }
 
 QX_API int QXcbBitRev1(float* vec, int order) {
@@ -507,21 +491,13 @@ QX_API float* QXcGetFftTwdTbl(int order) {
     r.check(order > 31, "order>31");
     if (r.failed())
         return nullptr;
-    qx::Context& c = *qx::context();
-    if (c.cTwd[order])
-        return static_cast<float*>(qx::align32(c.cTwd[order]));
-    void* raw = nullptr;
-    auto* t = static_cast<float*>(qx::alloc_aligned32(8 * points(order), &raw));
-    if (raw == nullptr) {
-        r.raise(QX_StsNoMem, "NULL Pointer");
-        return nullptr;
-    }
-    if (c.cTwd[order + 1])
-        decimate(t, static_cast<const float*>(qx::align32(c.cTwd[order + 1])), order);
-    else
-        calc_twiddles(t, order);
-    c.cTwd[order] = raw;
-    return t;
+    return qx::fft::cached_table<float>(r, qx::context()->cTwd, order, 8 * points(order), [order](float* t, const float* finer) {
+        if (finer)
+            decimate(t, finer, order);
+        else
+            calc_twiddles(t, order);
+        return true;
+    });
 }
 
 QX_API void QXFreeFftTbls(void) {
@@ -552,8 +528,7 @@ QX_API void QXcFft(float* samps, int order, int flags) {
         r.raise(QX_StsBackTrace, "Bad Ptr");
         return;
     }
-    const int dir = flags & (QX_FORWARD | QX_INVERSE);
-    if (r.check(dir == (QX_FORWARD | QX_INVERSE), qx::fft::kBothDirections) | r.check(dir == 0, qx::fft::kNoDirection))
+    if (qx::fft::bad_direction(r, flags))
         return;
     complex_float(samps, order, w, rev, inverse_of(flags), scaled(flags));
 }
@@ -589,8 +564,7 @@ QX_API void QXsRealFft(float* samps, int order, int flags) {
         r.raise(QX_StsBackTrace, "Bad Ptr");
         return;
     }
-    const int dir = flags & (QX_FORWARD | QX_INVERSE);
-    if (r.check(dir == (QX_FORWARD | QX_INVERSE), qx::fft::kBothDirections) | r.check(dir == 0, qx::fft::kNoDirection))
+    if (qx::fft::bad_direction(r, flags))
         return;
     real_float(samps, order, T, wHalf, revHalf, inverse_of(flags), scaled(flags));
 }
@@ -624,8 +598,7 @@ QX_API void QXsCcsFft(float* samps, int order, int flags) {
         r.raise(QX_StsBackTrace, "Bad Ptr");
         return;
     }
-    const int dir = flags & (QX_FORWARD | QX_INVERSE);
-    if (r.check(dir == (QX_FORWARD | QX_INVERSE), qx::fft::kBothDirections) | r.check(dir == 0, qx::fft::kNoDirection))
+    if (qx::fft::bad_direction(r, flags))
         return;
     packed_float(samps, order, w, wHalf, revHalf, inverse_of(flags), scaled(flags));
 }

@@ -186,27 +186,17 @@ QX_API short* QXwGetFftTwdTbl(int order) {
     r.check(order > 31, "order>31");
     if (r.failed())
         return nullptr;
-    qx::Context& c = *qx::context();
-    if (c.wTwd[order])
-        return static_cast<short*>(qx::align32(c.wTwd[order]));
-    void* raw = nullptr;
-    auto* t = static_cast<short*>(qx::alloc_aligned32(4 * points(order), &raw));
-    if (raw == nullptr) {
-        r.raise(QX_StsNoMem, "NULL Pointer");
-        return nullptr;
-    }
-    if (c.wTwd[order + 1]) {
-        decimate(t, static_cast<const short*>(qx::align32(c.wTwd[order + 1])), order);
-    } else {
-        const float* f = QXcGetFftTwdTbl(order);
-        if (f == nullptr) {
-            qx::free(raw);
-            return nullptr;
+    return qx::fft::cached_table<short>(r, qx::context()->wTwd, order, 4 * points(order), [order](short* t, const short* finer) {
+        if (finer) {
+            decimate(t, finer, order);
+            return true;
         }
+        const float* f = QXcGetFftTwdTbl(order);
+        if (f == nullptr)
+            return false;
         fixed_from_float(t, f, order);
-    }
-    c.wTwd[order] = raw;
-    return t;
+        return true;
+    });
 }
 
 QX_API void QXvFft(short* samps, int order, int flags, int doScale, int* scaleFactor) {
@@ -216,8 +206,7 @@ QX_API void QXvFft(short* samps, int order, int flags, int doScale, int* scaleFa
     r.check(samps == nullptr, "samps==0");
     if (r.failed() || order < 1)
         return;
-    const int dir = flags & (QX_FORWARD | QX_INVERSE);
-    if (r.check(dir == (QX_FORWARD | QX_INVERSE), qx::fft::kBothDirections) | r.check(dir == 0, qx::fft::kNoDirection))
+    if (qx::fft::bad_direction(r, flags))
         return;
     short_transform(samps, order, flags, doScale, scaleFactor, 0);
     if (r.failed())
@@ -246,8 +235,7 @@ QX_API void QXwRealFft(short* samps, int order, int flags, int doScale, int* sca
     r.check(samps == nullptr, "samps==0");
     if (r.failed() || order < 1)
         return;
-    const int dir = flags & (QX_FORWARD | QX_INVERSE);
-    if (r.check(dir == (QX_FORWARD | QX_INVERSE), qx::fft::kBothDirections) | r.check(dir == 0, qx::fft::kNoDirection))
+    if (qx::fft::bad_direction(r, flags))
         return;
     short_transform(samps, order, flags, doScale, scaleFactor, qx::fft::kRealIn);
     if (r.failed())
@@ -276,8 +264,7 @@ QX_API void QXwCcsFft(short* samps, int order, int flags, int doScale, int* scal
     r.check(samps == nullptr, "samps==0");
     if (r.failed() || order < 1)
         return;
-    const int dir = flags & (QX_FORWARD | QX_INVERSE);
-    if (r.check(dir == (QX_FORWARD | QX_INVERSE), qx::fft::kBothDirections) | r.check(dir == 0, qx::fft::kNoDirection))
+    if (qx::fft::bad_direction(r, flags))
         return;
     short_transform(samps, order, flags, doScale, scaleFactor, qx::fft::kPackedIn);
     if (r.failed())

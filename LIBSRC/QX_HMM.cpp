@@ -509,12 +509,14 @@ namespace {
 struct ValueChecks {
     const Report& r;
     bool cost;
-    void operator()(float v, const char* low, const char* high, where loc = where::current()) const {
+    // One entry, with the float texts (below zero, above one) and the short
+    // text (below zero): the texts of the entry's own element type apply.
+    void check(float v, const char* low, const char* high, const char*, where loc = where::current()) const {
         r.check(below_zero(v), low, loc);
         if (!cost)
             r.check(above_one(v), high, loc);
     }
-    void operator()(short v, const char* low, const char*, where loc = where::current()) const {
+    void check(short v, const char*, const char*, const char* low, where loc = where::current()) const {
         r.check(below_zero(v), low, loc);
     }
 };
@@ -554,47 +556,57 @@ int register_server(const Report& r, In** tprob, In** outTable, In* iprob, int n
     return id;
 }
 
+// The check texts of the second nStates x nSymbols table of a discrete server
+// (symbol probabilities) or a semi-continuous one (mixture weights).
+struct TableTexts {
+    const char* null;
+    const char* row;
+    const char* lowFloat;
+    const char* highFloat;
+    const char* lowShort;
+};
+
+// Discrete and semi-continuous servers: checks the transition table, the
+// second table and the initial probabilities, then registers the server.
 template <class In>
-int init_discrete(const Report& r, In** tprob, In** symbProb, In* iprob, int nStates, int nSymbols, int flags) {
+int init_tabled(const Report& r, In** tprob, In** table, const TableTexts& tt, In* iprob, int nStates, int nSymbols,
+                int flags, int kind, void* const* outPdfs, int nPdfs, int nQuant, int* costScaleFactor) {
     r.check(tprob == nullptr, "tprob==0");
-    r.check(symbProb == nullptr, "symbProb==0");
+    r.check(table == nullptr, tt.null);
     r.check(iprob == nullptr, "iprob==0");
     bool shape = !r.check(nStates <= 0, "nStates<=0");
-    shape &= !r.check(nSymbols < 1, "nSymbols<=0");
-    shape &= tprob != nullptr && symbProb != nullptr && iprob != nullptr;
+    shape &= !r.check(nSymbols <= 0, "nSymbols<=0");
+    shape &= tprob != nullptr && table != nullptr && iprob != nullptr;
     if (shape) {
         for (int i = nStates - 1; i >= 0; --i)
             shape &= !r.check(tprob[i] == nullptr, "tprob[i]==NULL");
         for (int i = nStates - 1; i >= 0; --i)
-            shape &= !r.check(symbProb[i] == nullptr, "symbProb[i]==NULL");
+            shape &= !r.check(table[i] == nullptr, tt.row);
     }
     if (shape) {
         const ValueChecks v{r, (flags & 1) != 0};
         for (int i = 0; i < nStates; ++i) {
-            for (int j = 0; j < nStates; ++j) {
-                if constexpr (is_float<In>)
-                    v(tprob[i][j], "tprob[i][j]<-(float)0.0", "tprob[i][j]>(float)1.0");
-                else
-                    v(tprob[i][j], "tprob[i][j]<0", "");
-            }
-            for (int j = 0; j < nSymbols; ++j) {
-                if constexpr (is_float<In>)
-                    v(symbProb[i][j], "symbProb[i][j]<-(float)0.0", "symbProb[i][j]>(float)1.0");
-                else
-                    v(symbProb[i][j], "symbProb[i][j]<0", "");
-            }
+            for (int j = 0; j < nStates; ++j)
+                v.check(tprob[i][j], "tprob[i][j]<-(float)0.0", "tprob[i][j]>(float)1.0", "tprob[i][j]<0");
+            for (int j = 0; j < nSymbols; ++j)
+                v.check(table[i][j], tt.lowFloat, tt.highFloat, tt.lowShort);
         }
-        for (int i = 0; i < nStates; ++i) {
-            if constexpr (is_float<In>)
-                v(iprob[i], "iprob[i]<-(float)0.0", "iprob[i]>(float)1.0");
-            else
-                v(iprob[i], "iprob[i]<0", "");
-        }
+        for (int i = 0; i < nStates; ++i)
+            v.check(iprob[i], "iprob[i]<-(float)0.0", "iprob[i]>(float)1.0", "iprob[i]<0");
     }
     if (Report::failed())
         return -1;
-    const int status = QX_HMM_DISCRETE | (is_float<In> ? QX_HMM_FLOAT : QX_HMM_SHORT) | (flags & 1);
-    return register_server<In>(r, tprob, symbProb, iprob, nStates, nSymbols, status, nullptr, 0, 0, nullptr);
+    const int status = kind | (is_float<In> ? QX_HMM_FLOAT : QX_HMM_SHORT) | (flags & 1);
+    return register_server<In>(r, tprob, table, iprob, nStates, nSymbols, status, outPdfs, nPdfs, nQuant,
+                               costScaleFactor);
+}
+
+template <class In>
+int init_discrete(const Report& r, In** tprob, In** symbProb, In* iprob, int nStates, int nSymbols, int flags) {
+    constexpr TableTexts tt{"symbProb==0", "symbProb[i]==NULL", "symbProb[i][j]<-(float)0.0",
+                            "symbProb[i][j]>(float)1.0", "symbProb[i][j]<0"};
+    return init_tabled<In>(r, tprob, symbProb, tt, iprob, nStates, nSymbols, flags, QX_HMM_DISCRETE, nullptr, 0, 0,
+                           nullptr);
 }
 
 template <class In>
@@ -611,18 +623,10 @@ int init_continuous(const Report& r, In** tprob, In* iprob, void* const* outPdfs
             shape &= !r.check(tprob[i] == nullptr, "tprob[i]==NULL");
     if (shape) {
         const ValueChecks v{r, (flags & 1) != 0};
-        for (int i = 0; i < nStates; ++i) {
-            if constexpr (is_float<In>)
-                v(tprob[i][i], "tprob[i][i]<-(float)0.0", "tprob[i][i]>(float)1.0");
-            else
-                v(tprob[i][i], "tprob[i][i]<0", "");
-        }
-        for (int i = 0; i < nStates; ++i) {
-            if constexpr (is_float<In>)
-                v(iprob[i], "iprob[i]<-(float)0.0", "iprob[i]>(float)1.0");
-            else
-                v(iprob[i], "iprob[i]<0", "");
-        }
+        for (int i = 0; i < nStates; ++i)
+            v.check(tprob[i][i], "tprob[i][i]<-(float)0.0", "tprob[i][i]>(float)1.0", "tprob[i][i]<0");
+        for (int i = 0; i < nStates; ++i)
+            v.check(iprob[i], "iprob[i]<-(float)0.0", "iprob[i]>(float)1.0", "iprob[i]<0");
     }
     if (Report::failed())
         return -1;
@@ -634,46 +638,10 @@ int init_continuous(const Report& r, In** tprob, In* iprob, void* const* outPdfs
 template <class In>
 int init_semicontinuous(const Report& r, In** tprob, In** weightVect, In* iprob, void* const* outPdfs, int nStates,
                         int nSymbols, int nQuant, int flags, int* costScaleFactor) {
-    r.check(tprob == nullptr, "tprob==0");
-    r.check(weightVect == nullptr, "weightVect==0");
-    r.check(iprob == nullptr, "iprob==0");
-    bool shape = !r.check(nStates <= 0, "nStates<=0");
-    shape &= !r.check(nSymbols <= 0, "nSymbols<=0");
-    shape &= tprob != nullptr && weightVect != nullptr && iprob != nullptr;
-    if (shape) {
-        for (int i = nStates - 1; i >= 0; --i)
-            shape &= !r.check(tprob[i] == nullptr, "tprob[i]==NULL");
-        for (int i = nStates - 1; i >= 0; --i)
-            shape &= !r.check(weightVect[i] == nullptr, "weightVect[i]==NULL");
-    }
-    if (shape) {
-        const ValueChecks v{r, (flags & 1) != 0};
-        for (int i = 0; i < nStates; ++i) {
-            for (int j = 0; j < nStates; ++j) {
-                if constexpr (is_float<In>)
-                    v(tprob[i][j], "tprob[i][j]<-(float)0.0", "tprob[i][j]>(float)1.0");
-                else
-                    v(tprob[i][j], "tprob[i][j]<0", "");
-            }
-            for (int j = 0; j < nSymbols; ++j) {
-                if constexpr (is_float<In>)
-                    v(weightVect[i][j], "weightVect[i][j]<-(float)0.0", "weightVect[i][j]>(float)1.0");
-                else
-                    v(weightVect[i][j], "weightVect[i][j]<0", "");
-            }
-        }
-        for (int i = 0; i < nStates; ++i) {
-            if constexpr (is_float<In>)
-                v(iprob[i], "iprob[i]<-(float)0.0", "iprob[i]>(float)1.0");
-            else
-                v(iprob[i], "iprob[i]<0", "");
-        }
-    }
-    if (Report::failed())
-        return -1;
-    const int status = QX_HMM_SEMICONT | (is_float<In> ? QX_HMM_FLOAT : QX_HMM_SHORT) | (flags & 1);
-    return register_server<In>(r, tprob, weightVect, iprob, nStates, nSymbols, status, outPdfs, nSymbols, nQuant,
-                               costScaleFactor);
+    constexpr TableTexts tt{"weightVect==0", "weightVect[i]==NULL", "weightVect[i][j]<-(float)0.0",
+                            "weightVect[i][j]>(float)1.0", "weightVect[i][j]<0"};
+    return init_tabled<In>(r, tprob, weightVect, tt, iprob, nStates, nSymbols, flags, QX_HMM_SEMICONT, outPdfs,
+                           nSymbols, nQuant, costScaleFactor);
 }
 
 // ---------------------------------------------------------------------------
@@ -848,10 +816,16 @@ C over_servers(const Report& r, int HMMOrClassId, int* bestHMMId, C initial, Bod
     return best;
 }
 
+constexpr float kWorstFloat = FLT_MAX;             // 3.4028235e38
+constexpr std::int32_t kWorstInt = 2147483647;
+
 // The 16-bit result: doScale 1 shifts by the caller's factor (right for a
 // positive one, left for a negative one, counts modulo 32); any other doScale
-// returns the cost as it is with factor 0.
+// returns the cost as it is with factor 0. The worst cost of a failed
+// evaluation comes back untouched.
 int scale_result(std::int32_t best, int doScale, int* scaleFactor) {
+    if (best == kWorstInt && Report::failed())
+        return best;
     if (doScale == 1) {
         const int sf = scaleFactor != nullptr ? *scaleFactor : 0;
         if (sf >= 0)
@@ -863,9 +837,6 @@ int scale_result(std::int32_t best, int doScale, int* scaleFactor) {
         *scaleFactor = 0;
     return best;
 }
-
-constexpr float kWorstFloat = FLT_MAX;             // 3.4028235e38
-constexpr std::int32_t kWorstInt = 2147483647;
 
 template <class C>
 constexpr C worst() {
@@ -1249,8 +1220,6 @@ QX_API int QXwEvalHMMViterbi(int HMMOrClassId, const int* vect, int nObserv, int
                              int* scaleFactor) {
     constexpr qx::Report r{"QXwEvalHMMViterbi"};
     const std::int32_t best = qx::eval_discrete<std::int32_t>(r, HMMOrClassId, vect, nObserv, bestHMMId);
-    if (best == qx::kWorstInt && qx::Report::failed())
-        return best;
     return qx::scale_result(best, doScale, scaleFactor);
 }
 
@@ -1263,8 +1232,6 @@ QX_API int QXwEvalContHMMViterbi(int HMMOrClassId, short** nqVect, int nObserv, 
                                  int* scaleFactor) {
     constexpr qx::Report r{"QXwEvalContHMMViterbi"};
     const std::int32_t best = qx::eval_mixture<short, false>(r, HMMOrClassId, nqVect, nObserv, bestHMMId);
-    if (best == qx::kWorstInt && qx::Report::failed())
-        return best;
     return qx::scale_result(best, doScale, scaleFactor);
 }
 
@@ -1277,8 +1244,6 @@ QX_API int QXwEvalSemicontHMMViterbi(int HMMOrClassId, short** nqVect, int nObse
                                      int* scaleFactor) {
     constexpr qx::Report r{"QXwEvalSemicontHMMViterbi"};
     const std::int32_t best = qx::eval_mixture<short, true>(r, HMMOrClassId, nqVect, nObserv, bestHMMId);
-    if (best == qx::kWorstInt && qx::Report::failed())
-        return best;
     return qx::scale_result(best, doScale, scaleFactor);
 }
 

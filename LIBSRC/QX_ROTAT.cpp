@@ -145,11 +145,15 @@ inline void transpose16(__m128i x[16]) {
 #endif
 
 #if defined(__SSE2__)
-// Columns [0, Ws) of input rows [0, Hs), both multiples of 16, through 16x16
-// register transposes, a tile of output rows at a time.
 constexpr i64 kTile = 128;  // output rows of a tile stay in the second-level cache
 
-void transpose_bytes_sse2(const Sides& s, i64 ic, i64 oc, i64 Hs, i64 Ws) {
+// Columns [0, Ws) of input rows [0, Hs), both multiples of Block::step and 16,
+// through register transposes, a tile of output rows at a time. Block::run
+// transposes the 16 rows src[i] + k into the step output rows d[j] + m. Each
+// caller is flattened, so that the scaffold and its instruction set's block
+// are inlined into it.
+template <class Block>
+inline void tiled_transpose(const Sides& s, i64 ic, i64 oc, i64 Hs, i64 Ws) {
     std::uint8_t* dst[kTile];
     for (i64 kt = 0; kt < Ws; kt += kTile) {
         const i64 kEnd = kt + kTile < Ws ? kt + kTile : Ws;
@@ -159,57 +163,61 @@ void transpose_bytes_sse2(const Sides& s, i64 ic, i64 oc, i64 Hs, i64 Ws) {
             const std::uint8_t* src[16];
             for (int i = 0; i < 16; ++i)
                 src[i] = s.in(m + i) + ic;
-            for (i64 k = kt; k < kEnd; k += 16) {
-                __m128i x[16];
-                for (int i = 0; i < 16; ++i)
-                    x[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src[i] + k));
-                transpose16(x);
-                std::uint8_t* const* d = dst + (k - kt);
-                for (int i = 0; i < 16; ++i)
-                    _mm_storeu_si128(reinterpret_cast<__m128i*>(d[i] + m), x[i]);
-            }
+            for (i64 k = kt; k < kEnd; k += Block::step)
+                Block::run(src, k, dst + (k - kt), m);
         }
     }
+}
+
+// 16 columns per step: one 16x16 transpose.
+struct Sse2Block {
+    static constexpr i64 step = 16;
+    static void run(const std::uint8_t* const* src, i64 k, std::uint8_t* const* d, i64 m) {
+        __m128i x[16];
+        for (int i = 0; i < 16; ++i)
+            x[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src[i] + k));
+        transpose16(x);
+        for (int i = 0; i < 16; ++i)
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(d[i] + m), x[i]);
+    }
+};
+
+__attribute__((flatten)) void transpose_bytes_sse2(const Sides& s, i64 ic, i64 oc, i64 Hs, i64 Ws) {
+    tiled_transpose<Sse2Block>(s, ic, oc, Hs, Ws);
 }
 
 #if defined(__x86_64__) && defined(__GNUC__)
 #define QX_ROTATE_AVX2 1
 #include <immintrin.h>
 
-// The same with 32 columns per step: the two 128-bit halves of each register
-// transpose two 16x16 blocks side by side (unpacking never crosses halves).
-__attribute__((target("avx2"))) void transpose_bytes_avx2(const Sides& s, i64 ic, i64 oc, i64 Hs, i64 Ws) {
-    const i64 W32 = Ws & ~i64{31};
-    std::uint8_t* dst[kTile];
-    for (i64 kt = 0; kt < W32; kt += kTile) {
-        const i64 kEnd = kt + kTile < W32 ? kt + kTile : W32;
-        for (i64 k = kt; k < kEnd; ++k)
-            dst[k - kt] = s.out(k) + oc;
-        for (i64 m = 0; m < Hs; m += 16) {
-            const std::uint8_t* src[16];
-            for (int i = 0; i < 16; ++i)
-                src[i] = s.in(m + i) + ic;
-            for (i64 k = kt; k < kEnd; k += 32) {
-                __m256i x[16];
-                for (int i = 0; i < 16; ++i)
-                    x[i] = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src[i] + k));
-                for (int round = 0; round < 4; ++round) {
-                    __m256i y[16];
-                    for (int i = 0; i < 8; ++i) {
-                        y[2 * i] = _mm256_unpacklo_epi8(x[i], x[i + 8]);
-                        y[2 * i + 1] = _mm256_unpackhi_epi8(x[i], x[i + 8]);
-                    }
-                    for (int i = 0; i < 16; ++i)
-                        x[i] = y[i];
-                }
-                std::uint8_t* const* d = dst + (k - kt);
-                for (int i = 0; i < 16; ++i) {
-                    _mm_storeu_si128(reinterpret_cast<__m128i*>(d[i] + m), _mm256_castsi256_si128(x[i]));
-                    _mm_storeu_si128(reinterpret_cast<__m128i*>(d[16 + i] + m), _mm256_extracti128_si256(x[i], 1));
-                }
+// 32 columns per step: the two 128-bit halves of each register transpose two
+// 16x16 blocks side by side (unpacking never crosses halves).
+struct Avx2Block {
+    static constexpr i64 step = 32;
+    __attribute__((target("avx2"))) static void run(const std::uint8_t* const* src, i64 k, std::uint8_t* const* d,
+                                                    i64 m) {
+        __m256i x[16];
+        for (int i = 0; i < 16; ++i)
+            x[i] = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src[i] + k));
+        for (int round = 0; round < 4; ++round) {
+            __m256i y[16];
+            for (int i = 0; i < 8; ++i) {
+                y[2 * i] = _mm256_unpacklo_epi8(x[i], x[i + 8]);
+                y[2 * i + 1] = _mm256_unpackhi_epi8(x[i], x[i + 8]);
             }
+            for (int i = 0; i < 16; ++i)
+                x[i] = y[i];
+        }
+        for (int i = 0; i < 16; ++i) {
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(d[i] + m), _mm256_castsi256_si128(x[i]));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(d[16 + i] + m), _mm256_extracti128_si256(x[i], 1));
         }
     }
+};
+
+__attribute__((target("avx2"), flatten)) void transpose_bytes_avx2(const Sides& s, i64 ic, i64 oc, i64 Hs, i64 Ws) {
+    const i64 W32 = Ws & ~i64{31};
+    tiled_transpose<Avx2Block>(s, ic, oc, Hs, W32);
     // A last block of 16 columns.
     if (W32 < Ws) {
         Sides rest = s;

@@ -68,6 +68,19 @@ void rank(const Out* output, int numberOfOutputs, int numberOfRanks, short* rank
         rankList[p] = static_cast<short>(rankList[p] + 1);
 }
 
+// The distance (or its root) of the input to every codebook vector, stored
+// through `store`, then the ranking.
+template <auto store, class T, class Out>
+void quantise(const T* input, int numberOfInputs, int numberOfOutputs, const T* weights, int numberOfRanks,
+              short* rankList, int doSqrt, Out* output) {
+    const size_t n = static_cast<size_t>(numberOfInputs);
+    for (int k = 0; k < numberOfOutputs; ++k) {
+        const double d = distance2(input, weights + static_cast<size_t>(k) * n, n);
+        output[k] = store(doSqrt ? std::sqrt(d) : d);
+    }
+    rank(output, numberOfOutputs, numberOfRanks, rankList);
+}
+
 }  // namespace
 
 extern "C" {
@@ -83,12 +96,7 @@ QX_API void QXsVQKohonen(const float* input, int numberOfInputs, int numberOfOut
     r.check(output == nullptr, "output==0");
     if (qx::Report::failed())
         return;
-    const size_t n = static_cast<size_t>(numberOfInputs);
-    for (int k = 0; k < numberOfOutputs; ++k) {
-        const double d = distance2(input, weights + static_cast<size_t>(k) * n, n);
-        output[k] = to_float(doSqrt ? std::sqrt(d) : d);
-    }
-    rank(output, numberOfOutputs, numberOfRanks, rankList);
+    quantise<to_float>(input, numberOfInputs, numberOfOutputs, weights, numberOfRanks, rankList, doSqrt, output);
 }
 
 QX_API void QXwVQKohonen(const short* input, int numberOfInputs, int numberOfOutputs, const short* weights,
@@ -103,12 +111,8 @@ QX_API void QXwVQKohonen(const short* input, int numberOfInputs, int numberOfOut
     r.check(output == nullptr, "output==0");
     if (qx::Report::failed())
         return;
-    const size_t n = static_cast<size_t>(numberOfInputs);
-    for (int k = 0; k < numberOfOutputs; ++k) {
-        const double d = distance2(input, weights + static_cast<size_t>(k) * n, n);
-        output[k] = qx::trunc_to<int>(doSqrt ? std::sqrt(d) : d);
-    }
-    rank(output, numberOfOutputs, numberOfRanks, rankList);
+    quantise<qx::trunc_to<int>>(input, numberOfInputs, numberOfOutputs, weights, numberOfRanks, rankList, doSqrt,
+                                output);
 }
 
 }  // extern "C"

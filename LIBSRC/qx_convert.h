@@ -6,6 +6,7 @@
 // arguments and call the kernels below; other families call either.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <limits>
 
@@ -14,8 +15,8 @@
 namespace qx {
 
 // 2^-k and 2^k for k = 0..64: every multiplication by a power of two reads these.
-extern const double kShrink[65];
-extern const double kEnlarge[65];
+extern const std::array<double, 65> kShrink;
+extern const std::array<double, 65> kEnlarge;
 
 // The multiplier of scale factor f: 2^-f (f > 0 shrinks, f < 0 enlarges),
 // from the tables; factors outside -64..64 fall back to an exact ldexp.

@@ -19,6 +19,10 @@
 #include <cstdint>
 #include <cstring>
 
+#include "kvxpx.h"
+#include "qx_alloc.h"
+#include "qx_report.h"
+
 namespace qx::fft {
 
 constexpr int kRealIn = 0x04000000;   // short core: real signal in, packed spectrum out
@@ -31,6 +35,39 @@ constexpr const char* kNoDirection = "Error in flag (QX_FORWARD & QX_INVERSE are
 // The cached real-transform table of `order` (32-byte aligned), built on first
 // use; reports as "QXcGetFftTwdTbl". Null when the order is bad or memory ran out.
 float* real_twiddles(int order);
+
+// The direction checks of every transform, in their order, reported on the
+// caller's line. True when the flags name both directions or neither.
+inline bool bad_direction(const Report& r, int flags, where loc = where::current()) noexcept {
+    const int dir = flags & (QX_FORWARD | QX_INVERSE);
+    return r.check(dir == (QX_FORWARD | QX_INVERSE), kBothDirections, loc) | r.check(dir == 0, kNoDirection, loc);
+}
+
+// The cached table of `order` from `slots` (one table kind's raw addresses in
+// the working context), 32-byte aligned. A missing table gets `bytes` of fresh
+// memory, filled by build(t, finer): `finer` is the cached table of order + 1
+// when there is one (every other entry of it is this table), else null. A
+// build that returns false drops the new block. Running out of memory reports
+// -4 "NULL Pointer" on the caller's line. Null when there is no table.
+template <class T, class Build>
+T* cached_table(const Report& r, void** slots, int order, std::size_t bytes, Build build,
+                where loc = where::current()) {
+    if (slots[order])
+        return static_cast<T*>(qx::align32(slots[order]));
+    void* raw = nullptr;
+    auto* t = static_cast<T*>(qx::alloc_aligned32(bytes, &raw));
+    if (raw == nullptr) {
+        r.raise(QX_StsNoMem, "NULL Pointer", loc);
+        return nullptr;
+    }
+    const T* finer = slots[order + 1] ? static_cast<const T*>(qx::align32(slots[order + 1])) : nullptr;
+    if (!build(t, finer)) {
+        qx::free(raw);
+        return nullptr;
+    }
+    slots[order] = raw;
+    return t;
+}
 
 
 // Swaps element i with element rev[i] for every i < rev[i] (orders >= 3),
