@@ -308,21 +308,29 @@ QX_AVX512 long checked512(const typename E::T* l, const typename E::T* r, typena
     constexpr long lanes = 64 / sizeof(T);
     const long m = n - n % lanes;
     const __m512i rs = splat512(rv), hi = splat512(static_cast<T>(E::hi));
-    std::uint64_t out = 0, up = 0;
+    // Upward and downward lanes are gathered apart: one lane position may
+    // overflow in one vector and underflow in another.
+    std::uint64_t out = 0, up = 0, down = 0;
 #pragma GCC unroll 2
     for (long k = 0; k < m; k += lanes) {
         __m512i a = load512(l + k), b = ScalarR ? rs : load512(r + k);
         __m512i w = wrapped512<E, Op>(a, b), s = saturated512<E, Op>(a, b);
         store512(d + k, w);
         std::uint64_t ne = differ512<E>(s, w);
-        out |= ne;
-        if constexpr (E::is_signed)
-            up |= ne & equal512<E>(s, hi);
+        if constexpr (E::is_signed) {
+            std::uint64_t top = equal512<E>(s, hi);
+            up |= ne & top;
+            down |= ne & ~top;
+        } else {
+            out |= ne;
+        }
     }
-    if constexpr (!E::is_signed)   // sums only go up, differences only down
+    if constexpr (!E::is_signed) {   // sums only go up, differences only down
         up = Op::is_sub ? 0 : out;
+        down = Op::is_sub ? out : 0;
+    }
     over = up != 0;
-    under = (out & ~up) != 0;
+    under = down != 0;
     return m;
 }
 

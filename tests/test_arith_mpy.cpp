@@ -128,3 +128,20 @@ TEST_F(Cases, DestinationMayBeOneOfTheSources) {
         }
     });
 }
+
+TEST_F(Cases, CheckedModeReportsBothDirectionsFoundInOneLanePosition) {
+    // An overflow and an underflow at element positions one vector width apart.
+    allPaths([&] {
+        std::vector<short> src(64, 0), dst(64, 0);
+        src[0] = -1, dst[0] = 32767, src[32] = 1, dst[32] = -32768;
+        int sf = 5;
+        clear();
+        EXPECT_EQ(QXwbSub2(src.data(), dst.data(), 64, 0, &sf), -21);
+        EXPECT_EQ(got(), (std::vector<kvxtest::Rep>{{-20, "QXwbSub2", ""}, {-21, "QXwbSub2", ""}}));
+        std::vector<signed char> a(128, 0), b(128, 0);
+        a[0] = b[0] = 100, a[64] = b[64] = -100;
+        clear();
+        EXPECT_EQ(QXtbAdd2(a.data(), b.data(), 128, 0, &sf), -21);
+        EXPECT_EQ(got(), (std::vector<kvxtest::Rep>{{-20, "QXtbAdd2", ""}, {-21, "QXtbAdd2", ""}}));
+    });
+}
