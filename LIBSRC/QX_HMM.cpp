@@ -574,26 +574,28 @@ int init_tabled(const Report& r, In** tprob, In** table, const TableTexts& tt, I
     r.check(tprob == nullptr, "tprob==0");
     r.check(table == nullptr, tt.null);
     r.check(iprob == nullptr, "iprob==0");
-    bool shape = !r.check(nStates <= 0, "nStates<=0");
-    shape &= !r.check(nSymbols <= 0, "nSymbols<=0");
-    shape &= tprob != nullptr && table != nullptr && iprob != nullptr;
-    if (shape) {
+    r.check(nStates <= 0, "nStates<=0");
+    r.check(nSymbols <= 0, "nSymbols<=0");
+    // Every check runs; only what cannot be read (a missing array or row) is
+    // passed over.
+    if (tprob != nullptr)
         for (int i = nStates - 1; i >= 0; --i)
-            shape &= !r.check(tprob[i] == nullptr, "tprob[i]==NULL");
+            r.check(tprob[i] == nullptr, "tprob[i]==NULL");
+    if (table != nullptr)
         for (int i = nStates - 1; i >= 0; --i)
-            shape &= !r.check(table[i] == nullptr, tt.row);
-    }
-    if (shape) {
-        const ValueChecks v{r, (flags & 1) != 0};
-        for (int i = 0; i < nStates; ++i) {
+            r.check(table[i] == nullptr, tt.row);
+    const ValueChecks v{r, (flags & 1) != 0};
+    for (int i = 0; i < nStates; ++i) {
+        if (tprob != nullptr && tprob[i] != nullptr)
             for (int j = 0; j < nStates; ++j)
                 v.check(tprob[i][j], "tprob[i][j]<-(float)0.0", "tprob[i][j]>(float)1.0", "tprob[i][j]<0");
+        if (table != nullptr && table[i] != nullptr)
             for (int j = 0; j < nSymbols; ++j)
                 v.check(table[i][j], tt.lowFloat, tt.highFloat, tt.lowShort);
-        }
+    }
+    if (iprob != nullptr)
         for (int i = 0; i < nStates; ++i)
             v.check(iprob[i], "iprob[i]<-(float)0.0", "iprob[i]>(float)1.0", "iprob[i]<0");
-    }
     if (Report::failed())
         return -1;
     const int status = kind | (is_float<In> ? QX_HMM_FLOAT : QX_HMM_SHORT) | (flags & 1);
@@ -615,19 +617,19 @@ int init_continuous(const Report& r, In** tprob, In* iprob, void* const* outPdfs
     r.check(tprob == nullptr, "tprob==0");
     r.check(iprob == nullptr, "iprob==0");
     r.check(outPdfs == nullptr, "outPdfs==0");
-    bool shape = !r.check(nStates <= 0, "nStates<=0");
+    r.check(nStates <= 0, "nStates<=0");
     r.check(nQuant <= 0, "nQuant<=0");
-    shape &= tprob != nullptr && iprob != nullptr;
-    if (shape)
+    if (tprob != nullptr)
         for (int i = nStates - 1; i >= 0; --i)
-            shape &= !r.check(tprob[i] == nullptr, "tprob[i]==NULL");
-    if (shape) {
-        const ValueChecks v{r, (flags & 1) != 0};
+            r.check(tprob[i] == nullptr, "tprob[i]==NULL");
+    const ValueChecks v{r, (flags & 1) != 0};
+    if (tprob != nullptr)
         for (int i = 0; i < nStates; ++i)
-            v.check(tprob[i][i], "tprob[i][i]<-(float)0.0", "tprob[i][i]>(float)1.0", "tprob[i][i]<0");
+            if (tprob[i] != nullptr)
+                v.check(tprob[i][i], "tprob[i][i]<-(float)0.0", "tprob[i][i]>(float)1.0", "tprob[i][i]<0");
+    if (iprob != nullptr)
         for (int i = 0; i < nStates; ++i)
             v.check(iprob[i], "iprob[i]<-(float)0.0", "iprob[i]>(float)1.0", "iprob[i]<0");
-    }
     if (Report::failed())
         return -1;
     const int status = QX_HMM_CONT | (is_float<In> ? QX_HMM_FLOAT : QX_HMM_SHORT) | (flags & 1);

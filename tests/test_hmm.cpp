@@ -235,6 +235,12 @@ TEST_F(Hmm, InitAndSetterChecksInOrder) {
                            {-2, "QXSetHMMServerParm", {"wrong HMM flavor"}}}));
     for (auto& r : kvxtest::reports()) EXPECT_TRUE(kvxtest::names_raising_line(r));
     clear();
+    m.a[1][0] = -1.0f;   // the readable rows are checked although other arguments fail
+    EXPECT_EQ(QXsInitHMMServer(a.data(), b.data(), nullptr, 3, 0, 1), -1);
+    EXPECT_EQ(got(), reps({{-5, "QXsInitHMMServer", {"iprob==0", "nSymbols<=0", "tprob[i]==NULL", "tprob[i]==NULL",
+                                                     "symbProb[i]==NULL", "tprob[i][j]<-(float)0.0"}}}));
+    m.a[1][0] = 0.0f;
+    clear();
     p.b[0][0] = p.pi[0] = 0.0f;
     EXPECT_EQ(init(p, 1), 2);
     EXPECT_EQ(QXSetHMMServerParm(1, 42, nullptr, nullptr, nullptr, -1, -1, -1), 1);   // negatives keep, the word is stored
