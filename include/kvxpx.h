@@ -35,7 +35,17 @@
 #ifndef KVXPX_H
 #define KVXPX_H
 
-#if defined(_WIN32)
+/* The library's version; QXGetLibraryInfo reports the same three numbers. */
+#define KVXPX_VERSION_MAJOR 3
+#define KVXPX_VERSION_MINOR 1
+#define KVXPX_VERSION_PATCH 4
+#define KVXPX_VERSION_STRING "3.1.4"
+
+/* On Windows the functions come from kvxpx.dll; define KVX_STATIC when linking
+ * the static archive instead. */
+#if defined(_WIN32) && defined(KVX_STATIC)
+#  define QX_API
+#elif defined(_WIN32)
 #  if defined(KVX_BUILDING)
 #    define QX_API __declspec(dllexport)
 #  else

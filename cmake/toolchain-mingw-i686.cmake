@@ -1,0 +1,6 @@
+# Cross build for 32-bit x86 Windows with mingw-w64 (Debian: g++-mingw-w64-i686):
+# the kvxpx.dll of the library's home platform.
+set(CMAKE_SYSTEM_NAME Windows)
+set(CMAKE_SYSTEM_PROCESSOR x86)
+set(KVX_MINGW_TRIPLET i686-w64-mingw32)
+include(${CMAKE_CURRENT_LIST_DIR}/mingw-common.cmake)
