@@ -1,6 +1,6 @@
-# Shared part of the mingw-w64 toolchain files; KVX_MINGW_TRIPLET is set.
-# The win32 thread model keeps winpthread out of the DLL's imports.
-foreach(_kvx_suffix -win32 "")
+# Shared part of the mingw-w64 toolchain files; KVX_MINGW_TRIPLET and
+# KVX_MINGW_THREADS (win32 or posix: the compiler's thread model) are set.
+foreach(_kvx_suffix -${KVX_MINGW_THREADS} "")
   find_program(_kvx_cc NAMES ${KVX_MINGW_TRIPLET}-gcc${_kvx_suffix})
   find_program(_kvx_cxx NAMES ${KVX_MINGW_TRIPLET}-g++${_kvx_suffix})
   if(_kvx_cc AND _kvx_cxx)

@@ -3,4 +3,6 @@
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR AMD64)
 set(KVX_MINGW_TRIPLET x86_64-w64-mingw32)
+# The posix thread model: GoogleTest needs std::mutex.
+set(KVX_MINGW_THREADS posix)
 include(${CMAKE_CURRENT_LIST_DIR}/mingw-common.cmake)

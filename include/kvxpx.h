@@ -524,7 +524,9 @@ typedef struct QXMFCCPoint {
     } entry[2];
 } QXMFCCPoint;                   /* 40 bytes */
 
-/* A filter bank, owned by the caller until QXsFreeMFCCFilters. */
+/* A filter bank. It belongs to the library from QXsMFCCInit or QXwMFCCInit
+ * until QXsFreeMFCCFilters (or QXwFreeMFCCFilters) releases it: read it, do not
+ * change or free it yourself. */
 typedef struct QXMFCCFilters {
     int id;            /* differs between live banks */
     int order;
