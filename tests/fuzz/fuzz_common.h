@@ -161,7 +161,13 @@ int on_both_paths(const std::uint8_t* data, std::size_t size, Call call) {
         current() = nullptr;
     }
     QXSetStatus(0);
-    if (runs == 2 && results[0].bytes != results[1].bytes) fail("the plain and the vector path differ");
+    if (runs == 2 && results[0].bytes != results[1].bytes) {
+        const std::vector<std::uint8_t>&p = results[0].bytes, &v = results[1].bytes;
+        std::size_t i = 0;
+        while (i < p.size() && i < v.size() && p[i] == v[i]) ++i;
+        std::fprintf(stderr, "outcomes of %zu and %zu bytes differ first at byte %zu\n", p.size(), v.size(), i);
+        fail("the plain and the vector path differ");
+    }
     return 0;
 }
 
