@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "kvxpx.h"
-#include "qx_context.h"
 #include "qx_report.h"
 
 #if defined(_WIN32)
@@ -23,7 +22,6 @@ int g_mode = QX_ErrorModeParent;           // 0, 1 or 2 (anything else acts as 1
 QXErrorCallback g_handler = QXStdError;    // called by QXError
 char g_unknownText[64];                    // QXErrorStr's text for unknown codes
 char g_message[512];                       // the library's message buffer
-qx::Context g_context;                     // pQXcontext, zero at load
 
 constexpr const char* kTerminating = "terminating the application";
 
@@ -210,8 +208,6 @@ Question set_question(Question question) noexcept {
     g_question = question;
     return previous;
 }
-
-Context* context() noexcept { return &g_context; }
 
 const char* current_message() noexcept { return g_message; }
 
