@@ -16,8 +16,12 @@ cmake -E tar tf build/win32/kvxpx-*.zip | sed "s/^/  /"
 
 echo "== 64-bit Windows tests under wine"
 rm -rf build/win64
-export WINEPREFIX="${WINEPREFIX:-$(mktemp -d)/wine}"
-export WINEDEBUG=-all
+if [ -z "${WINEPREFIX:-}" ]; then
+  # A private prefix, removed afterwards with its wine server.
+  WINEPREFIX=$(mktemp -d)/wine
+  trap 'wineserver -k >/dev/null 2>&1 || true; rm -rf "$(dirname "$WINEPREFIX")"' EXIT
+fi
+export WINEPREFIX WINEDEBUG=-all
 timeout 300 wineboot -i >/dev/null 2>&1 || echo "wineboot did not finish; the tests make the prefix on first use"
 cmake --preset win64 && cmake --build --preset win64
 ctest --preset win64 --timeout 300
