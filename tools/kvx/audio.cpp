@@ -5,14 +5,62 @@
 #include <sndfile.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
-#include <cstring>
 #include <filesystem>
+#include <memory>
 
 namespace kvx {
 
-Audio readAudio(const std::string& path) {
+namespace {
+
+constexpr std::size_t kBlock = 1 << 16;
+
+// Streaming sample-rate conversion on the 16-bit scale.
+class Resampler {
+public:
+    Resampler(int from, int to) : ratio_(static_cast<double>(to) / from) {
+        int err = 0;
+        state_ = src_new(SRC_SINC_MEDIUM_QUALITY, 1, &err);
+        if (!state_) throw std::runtime_error(std::string("resampler: ") + src_strerror(err));
+    }
+    ~Resampler() { src_delete(state_); }
+    Resampler(const Resampler&) = delete;
+    Resampler& operator=(const Resampler&) = delete;
+
+    // Converts n samples (the last block with last = true) and hands the
+    // output to sink.
+    template <class Sink>
+    void process(const float* in, std::size_t n, bool last, Sink&& sink) {
+        in_.resize(n);
+        for (std::size_t i = 0; i < n; ++i) in_[i] = in[i] * (1.0f / 32768.0f);
+        out_.resize(static_cast<std::size_t>(n * ratio_) + 1024);
+        SRC_DATA d{};
+        d.data_in = in_.data();
+        d.input_frames = static_cast<long>(n);
+        d.src_ratio = ratio_;
+        d.end_of_input = last ? 1 : 0;
+        for (;;) {
+            d.data_out = out_.data();
+            d.output_frames = static_cast<long>(out_.size());
+            int err = src_process(state_, &d);
+            if (err) throw std::runtime_error(std::string("resampling failed: ") + src_strerror(err));
+            for (long i = 0; i < d.output_frames_gen; ++i) out_[i] *= 32768.0f;
+            if (d.output_frames_gen > 0) sink(out_.data(), static_cast<std::size_t>(d.output_frames_gen));
+            d.data_in += d.input_frames_used;
+            d.input_frames -= d.input_frames_used;
+            if (d.input_frames == 0 && (!last || d.output_frames_gen == 0)) break;
+        }
+    }
+
+private:
+    SRC_STATE* state_ = nullptr;
+    double ratio_;
+    std::vector<float> in_, out_;
+};
+
+}  // namespace
+
+void streamAudio(const std::string& path, int rate, const std::function<void(const float*, std::size_t)>& sink) {
     std::error_code ec;
     if (!std::filesystem::exists(path, ec)) throw AudioError(path + ": no such file");
     if (std::filesystem::is_directory(path, ec)) throw AudioError(path + ": is a directory, not a sound file");
@@ -24,59 +72,48 @@ Audio readAudio(const std::string& path) {
             why = "unknown or unsupported sound format (" + why + ")";
         throw AudioError(path + ": " + why);
     }
-    struct Closer {
-        SNDFILE* f;
-        ~Closer() { sf_close(f); }
-    } closer{f};
+    std::unique_ptr<SNDFILE, int (*)(SNDFILE*)> closer(f, sf_close);
     if (info.channels < 1 || info.samplerate < 1) throw AudioError(path + ": no audio channels");
-    Audio a;
-    a.rate = info.samplerate;
-    a.channels = info.channels;
     sf_command(f, SFC_SET_NORM_FLOAT, nullptr, SF_TRUE);
-    constexpr sf_count_t kBlock = 1 << 16;
-    std::vector<float> block(static_cast<std::size_t>(kBlock) * info.channels);
-    if (info.frames > 0 && info.frames < (sf_count_t(1) << 34)) a.samples.reserve(static_cast<std::size_t>(info.frames));
-    const float scale = 32768.0f / static_cast<float>(info.channels);
+    const int ch = info.channels;
+    std::vector<float> block(kBlock * ch), mono(kBlock);
+    std::unique_ptr<Resampler> rs;
+    if (info.samplerate != rate) rs = std::make_unique<Resampler>(info.samplerate, rate);
+    const float scale = 32768.0f / static_cast<float>(ch);
     for (;;) {
-        sf_count_t got = sf_readf_float(f, block.data(), kBlock);
-        if (got <= 0) break;
-        const std::size_t at = a.samples.size();
-        a.samples.resize(at + static_cast<std::size_t>(got));
-        float* out = a.samples.data() + at;
-        for (sf_count_t i = 0; i < got; ++i) {
-            float s = 0;
-            for (int c = 0; c < info.channels; ++c) s += block[static_cast<std::size_t>(i) * info.channels + c];
-            out[i] = s * scale;
+        const sf_count_t got = sf_readf_float(f, block.data(), static_cast<sf_count_t>(kBlock));
+        const std::size_t n = got > 0 ? static_cast<std::size_t>(got) : 0;
+        if (ch == 1) {
+            for (std::size_t i = 0; i < n; ++i) mono[i] = block[i] * scale;
+        } else {
+            for (std::size_t i = 0; i < n; ++i) {
+                float s = 0;
+                for (int c = 0; c < ch; ++c) s += block[i * ch + c];
+                mono[i] = s * scale;
+            }
         }
+        for (std::size_t i = 0; i < n; ++i)
+            if (!std::isfinite(mono[i])) mono[i] = 0;  // float files may hold anything
+        const bool last = n < kBlock;
+        if (rs) rs->process(mono.data(), n, last, sink);
+        else if (n) sink(mono.data(), n);
+        if (last) break;
     }
     if (sf_error(f) != SF_ERR_NO_ERROR) throw AudioError(path + ": " + sf_strerror(f));
-    for (float& s : a.samples)
-        if (!std::isfinite(s)) s = 0;  // float files may hold anything
-    return a;
+}
+
+std::vector<float> readAt(const std::string& path, int rate) {
+    std::vector<float> all;
+    streamAudio(path, rate, [&](const float* p, std::size_t n) { all.insert(all.end(), p, p + n); });
+    return all;
 }
 
 std::vector<float> resample(const std::vector<float>& in, int from, int to) {
     if (from == to || in.empty()) return in;
-    const double ratio = static_cast<double>(to) / from;
-    std::vector<float> src(in.size());
-    for (std::size_t i = 0; i < in.size(); ++i) src[i] = in[i] / 32768.0f;
-    std::vector<float> out(static_cast<std::size_t>(std::ceil(in.size() * ratio)) + 16);
-    SRC_DATA d{};
-    d.data_in = src.data();
-    d.input_frames = static_cast<long>(src.size());
-    d.data_out = out.data();
-    d.output_frames = static_cast<long>(out.size());
-    d.src_ratio = ratio;
-    int err = src_simple(&d, SRC_SINC_MEDIUM_QUALITY, 1);
-    if (err) throw std::runtime_error(std::string("resampling failed: ") + src_strerror(err));
-    out.resize(static_cast<std::size_t>(d.output_frames_gen));
-    for (float& s : out) s *= 32768.0f;
+    std::vector<float> out;
+    Resampler r(from, to);
+    r.process(in.data(), in.size(), true, [&](const float* p, std::size_t n) { out.insert(out.end(), p, p + n); });
     return out;
-}
-
-std::vector<float> readAt(const std::string& path, int rate) {
-    Audio a = readAudio(path);
-    return resample(a.samples, a.rate, rate);
 }
 
 void writeAudio(const std::string& path, const std::vector<float>& samples, int rate) {

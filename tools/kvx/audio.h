@@ -3,6 +3,7 @@
 // 16-bit scale (full scale +-32768), the scale the front end expects.
 #pragma once
 
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -14,24 +15,20 @@ struct AudioError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-struct Audio {
-    std::vector<float> samples;  // mono
-    int rate = 0;                // Hz
-    int channels = 0;            // in the file, before mixing
-};
+// Reads `path`, mixes to mono (the mean of the channels), resamples to `rate`
+// Hz when the file's rate differs (libsamplerate, medium-quality sinc) and
+// hands the samples to `sink` in blocks, so that long files need little
+// memory. Throws AudioError naming the cause ("no such file", "unknown or
+// unsupported sound format", ...).
+void streamAudio(const std::string& path, int rate, const std::function<void(const float*, std::size_t)>& sink);
 
-// Reads and mixes to mono (the mean of the channels). Throws AudioError
-// naming the cause ("no such file", "unknown or unsupported format", ...).
-Audio readAudio(const std::string& path);
-
-// Band-limited resampling from `from` Hz to `to` Hz (libsamplerate, medium
-// quality sinc); returns the input unchanged when the rates are equal.
-std::vector<float> resample(const std::vector<float>& in, int from, int to);
-
-// Reads a file and brings it to `rate` Hz.
+// The whole file at `rate` Hz.
 std::vector<float> readAt(const std::string& path, int rate);
 
-// Writes 16-bit mono audio (format from the extension: .wav, .flac, ...).
+// Resampling of a whole signal from `from` Hz to `to` Hz.
+std::vector<float> resample(const std::vector<float>& in, int from, int to);
+
+// Writes 16-bit mono audio (FLAC for *.flac, else WAV).
 void writeAudio(const std::string& path, const std::vector<float>& samples, int rate);
 
 }  // namespace kvx

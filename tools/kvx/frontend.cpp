@@ -151,6 +151,7 @@ FrontEnd::FrontEnd(const FeatureOptions& options) : opt_(options) {
     spec_.assign(fftLen_, 0.0f);
     logSpec_.assign(fftLen_ / 2 + 1, 0.0f);
     wbuf_.assign(fftLen_, 0);
+    shortFrame_.assign(frameLen_, 0);
     wceps_.assign(opt_.ceps, 0);
     // Cepstrum of a flat unit log spectrum: the cepstrum is linear in the
     // log spectrum, so a shift of the log magnitudes by d moves it by d * unit_.
@@ -165,6 +166,7 @@ FrontEnd::FrontEnd(const FeatureOptions& options) : opt_(options) {
         QXsFreeMFCCFilters(bank_);
         throw std::runtime_error("cepstrum: " + ReportCollector::describe(reports));
     }
+    begin();
 }
 
 FrontEnd::~FrontEnd() {
@@ -234,8 +236,7 @@ void FrontEnd::frameFixed(const short* src, float* out) {
 
 // Sum of squares (four partial sums, so that the loop vectorises); 0 exactly
 // when every sample is 0.
-template <class T>
-static double energyOf(const T* x, int n) {
+static double energyOf(const float* x, int n) {
     double a[4] = {0, 0, 0, 0};
     int i = 0;
     for (; i + 4 <= n; i += 4)
@@ -244,59 +245,75 @@ static double energyOf(const T* x, int n) {
     return (a[0] + a[1]) + (a[2] + a[3]);
 }
 
-template <class T>
-Features FrontEnd::run(const T* samples, std::size_t n) {
-    const long frames = frameCount(n);
-    if (frames <= 0)
-        throw TooShort("audio shorter than one frame (" + std::to_string(n) + " samples, a frame is " +
-                       std::to_string(frameLen_) + ")");
-    Features f;
-    f.cols = opt_.ceps;
-    f.rows = static_cast<int>(frames);
-    f.values.resize(static_cast<std::size_t>(frames) * f.cols);
-    std::vector<double> energy(frames);
-    std::vector<float> fl;
-    std::vector<short> sh;
-    if (opt_.fixedPoint) sh.assign(frameLen_, 0);
-    else fl.assign(frameLen_, 0.0f);
+void FrontEnd::begin() {
+    acc_ = Features{};
+    acc_.cols = opt_.ceps;
+    energy_.clear();
+    pending_.clear();
+    skip_ = 0;
+    seen_ = 0;
     zero_ = unscalable_ = 0;
+}
+
+void FrontEnd::oneFrame(const float* src) {
+    const std::size_t at = acc_.values.size();
+    acc_.values.resize(at + acc_.cols);
+    float* out = acc_.values.data() + at;
+    const double e = energyOf(src, frameLen_);
+    energy_.push_back(e);
+    ++acc_.rows;
+    if (e == 0) {
+        // Digital silence: every bin is floored, so the cepstrum is that of
+        // the flat floor spectrum (the 16-bit path would report it unscalable).
+        std::copy(floorCeps_.begin(), floorCeps_.end(), out);
+        ++zero_;
+        if (opt_.fixedPoint) ++unscalable_;
+        return;
+    }
+    if (!opt_.fixedPoint) {
+        frameFloat(src, out);
+        return;
+    }
+    for (int i = 0; i < frameLen_; ++i)
+        shortFrame_[i] = static_cast<short>(std::clamp(std::nearbyint(double(src[i])), -32768.0, 32767.0));
+    frameFixed(shortFrame_.data(), out);
+}
+
+void FrontEnd::feed(const float* x, std::size_t n) {
+    seen_ += n;
+    const std::size_t d = std::min(skip_, n);  // samples a hop longer than the frame passes over
+    x += d;
+    n -= d;
+    skip_ -= d;
+    const bool direct = pending_.empty();
+    if (!direct) pending_.insert(pending_.end(), x, x + n);
+    const float* base = direct ? x : pending_.data();
+    const std::size_t avail = direct ? n : pending_.size();
     ReportCollector rc;
     QXSetStatus(0);
-    for (long k = 0; k < frames; ++k) {
-        const T* src = samples + static_cast<std::size_t>(k) * hop_;
-        float* out = f.values.data() + static_cast<std::size_t>(k) * f.cols;
-        const double e = energyOf(src, frameLen_);
-        energy[k] = e;
-        if (e == 0) {
-            // Digital silence: every bin is floored, so the cepstrum is that of
-            // the flat floor spectrum (the 16-bit path would report it unscalable).
-            std::copy(floorCeps_.begin(), floorCeps_.end(), out);
-            ++zero_;
-            if (opt_.fixedPoint) ++unscalable_;
-            continue;
-        }
-        if (opt_.fixedPoint) {
-            if constexpr (std::is_same_v<T, short>) {
-                frameFixed(src, out);
-            } else {
-                for (int i = 0; i < frameLen_; ++i) {
-                    double v = std::nearbyint(double(src[i]));
-                    sh[i] = static_cast<short>(std::clamp(v, -32768.0, 32767.0));
-                }
-                frameFixed(sh.data(), out);
-            }
-        } else if constexpr (std::is_same_v<T, float>) {
-            frameFloat(src, out);
-        } else {
-            for (int i = 0; i < frameLen_; ++i) fl[i] = static_cast<float>(src[i]);
-            frameFloat(fl.data(), out);
-        }
-    }
+    std::size_t pos = 0;
+    for (; avail - pos >= static_cast<std::size_t>(frameLen_); pos += hop_) oneFrame(base + pos);
     rc.take();
-    f.stats.frames = frames;
+    if (pos >= avail) {
+        skip_ = pos - avail;
+        pending_.clear();
+    } else if (direct) {
+        pending_.assign(base + pos, base + avail);
+    } else {
+        pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(pos));
+    }
+}
+
+Features FrontEnd::end() {
+    if (acc_.rows == 0)
+        throw TooShort("audio shorter than one frame (" + std::to_string(seen_) + " samples, a frame is " +
+                       std::to_string(frameLen_) + ")");
+    Features f = std::move(acc_);
+    f.stats.frames = f.rows;
     f.stats.zeroEnergy = zero_;
     f.stats.unscalable = unscalable_;
-    finish(f, energy);
+    finish(f, energy_);
+    begin();
     return f;
 }
 
@@ -330,7 +347,21 @@ void FrontEnd::finish(Features& f, const std::vector<double>& energy) const {
     }
 }
 
-Features FrontEnd::compute(const float* samples, std::size_t n) { return run(samples, n); }
-Features FrontEnd::compute(const short* samples, std::size_t n) { return run(samples, n); }
+Features FrontEnd::compute(const float* samples, std::size_t n) {
+    begin();
+    feed(samples, n);
+    return end();
+}
+
+Features FrontEnd::compute(const short* samples, std::size_t n) {
+    begin();
+    std::vector<float> block;
+    for (std::size_t at = 0; at < n; at += 1 << 16) {
+        const std::size_t m = std::min<std::size_t>(n - at, 1 << 16);
+        block.assign(samples + at, samples + at + m);
+        feed(block.data(), m);
+    }
+    return end();
+}
 
 }  // namespace kvx

@@ -144,9 +144,14 @@ public:
     // Features of n samples at options().rate (16-bit scale).
     Features compute(const float* samples, std::size_t n);
     Features compute(const short* samples, std::size_t n);
+    // The same in pieces: begin(), feed() the signal in blocks of any size,
+    // end() (which throws TooShort when no whole frame came in).
+    void begin();
+    void feed(const float* samples, std::size_t n);
+    Features end();
 
 private:
-    template <class T> Features run(const T* samples, std::size_t n);
+    void oneFrame(const float* src);
     void frameFloat(const float* src, float* out);
     void frameFixed(const short* src, float* out);
     void floored(const float* windowed, float* out);
@@ -156,7 +161,11 @@ private:
     int frameLen_, hop_, order_, fftLen_;
     QXMFCCFilters* bank_ = nullptr;
     std::vector<float> buf_, spec_, logSpec_, unit_, floorCeps_;
-    std::vector<short> wbuf_;
+    std::vector<short> wbuf_, shortFrame_;
+    Features acc_;                 // frames so far
+    std::vector<double> energy_;   // their energies
+    std::vector<float> pending_;   // samples not yet in a whole frame
+    std::size_t skip_ = 0, seen_ = 0;
     std::vector<short> wceps_;
     long zero_ = 0, unscalable_ = 0;
 };

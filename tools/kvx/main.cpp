@@ -50,9 +50,10 @@ void Progress::step(const std::string& item) {
 }
 
 Features featuresOf(FrontEnd& fe, const std::string& path) {
-    std::vector<float> x = readAt(path, fe.options().rate);
+    fe.begin();
+    streamAudio(path, fe.options().rate, [&](const float* p, std::size_t n) { fe.feed(p, n); });
     try {
-        return fe.compute(x.data(), x.size());
+        return fe.end();
     } catch (const TooShort& e) {
         throw UsageError(path + ": " + e.what());
     }

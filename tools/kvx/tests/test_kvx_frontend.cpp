@@ -143,3 +143,26 @@ TEST(Frontend, LinearBandsAndOddFrameLengthsWork) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(Frontend, FeedingInBlocksGivesTheSameFrames) {
+    // Block edges that cut frames anywhere, and a hop longer than the frame
+    // (samples between frames are passed over across block edges too).
+    const auto x = recording("en-gb-scotland_m3", "eight");
+    for (int hop : {160, 700}) {
+        kvx::FeatureOptions o;
+        o.hopSamples = hop;
+        kvx::FrontEnd fe(o);
+        const kvx::Features whole = fe.compute(x.data(), x.size());
+        for (std::size_t block : {1u, 97u, 512u, 4099u}) {
+            fe.begin();
+            for (std::size_t at = 0; at < x.size(); at += block) fe.feed(x.data() + at, std::min(block, x.size() - at));
+            const kvx::Features parts = fe.end();
+            ASSERT_EQ(parts.rows, whole.rows) << hop << " " << block;
+            ASSERT_EQ(parts.values, whole.values) << hop << " " << block;
+        }
+    }
+}
+
+}  // namespace
