@@ -193,7 +193,7 @@ TEST_F(Tool, BadInputIsRefusedAndNothingIsDamaged) {
     std::ofstream(dir / "empty.json").flush();
     std::ofstream(dir / "broken.json") << "{\"format\": \"kvx template store\", \"version\": 1, \"featu";
     std::ofstream(dir / "future.json") << R"({"format": "kvx template store", "version": 7})";
-    ASSERT_EQ(std::system(("sox -n -r 16000 -b 16 '" + (dir / "tiny.wav").string() + "' trim 0 0.01").c_str()), 0);
+    kvx::writeAudio((dir / "tiny.wav").string(), std::vector<float>(160, 0.0f), 16000);  // 10 ms
     ASSERT_EQ(run("-q enroll --store s.json one=" + rec("en-us", "one")).status, 0);
     const std::string store = slurp(dir / "s.json");
     const auto before = files();
