@@ -18,15 +18,8 @@
 #include "kvxpx.h"
 #include "qx_alloc.h"
 #include "qx_context.h"
+#include "qx_cpu.h"
 #include "qx_report.h"
-
-// An AVX2 clone of the hot loop where the processor has it; the same
-// operations in the same order, so every clone gives the same bits.
-#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
-#define QX_AVX2_CLONES __attribute__((target_clones("avx2", "default")))
-#else
-#define QX_AVX2_CLONES
-#endif
 
 namespace {
 
@@ -117,9 +110,9 @@ void assign_points(QXMFCCFilters* f, const Edges* e, int samplingFreq) noexcept 
 // at bins[0..m-1]. Bins go in blocks of 64: a block's powers are all read
 // before its results are written over the lower part of the buffer, and later
 // blocks read only above that. Zero, subnormal, infinite or NaN powers take
-// the library log10. The AVX2 clone runs the same operations four lanes wide;
-// FMA is deliberately left out so that every clone rounds exactly alike.
-QX_AVX2_CLONES void log_magnitude(float* bins, int n) noexcept {
+// the library log10. The AVX2 twin runs the same operations four lanes wide;
+// FMA is deliberately left out so that both twins round exactly alike.
+[[gnu::always_inline]] inline void log_magnitude_body(float* bins, int n) noexcept {
     constexpr int kBlock = 64;
     const int m = n / 2 + 1;
     bins[2 * (m - 1)] = bins[1];
@@ -147,6 +140,9 @@ QX_AVX2_CLONES void log_magnitude(float* bins, int n) noexcept {
             bins[k0 + i] = out[i];
     }
 }
+
+// The loop above, compiled plainly and for AVX2 (chosen at run time).
+QX_AVX2_TWIN(log_magnitude, (float* bins, int n), (bins, n))
 
 // Band sums of the log spectrum s (m bins, mirrored beyond n/2): for each
 // point in order and each of its pairs, out[band] += weight * s. A point's

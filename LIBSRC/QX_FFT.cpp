@@ -7,12 +7,14 @@
 
 #include <cmath>
 #include <cstring>
-#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
+#include <initializer_list>
+#include <numbers>
+
+#include "qx_cpu.h"
+#if QX_X86_PATHS
 #define QX_FFT_X86 1
 #include <immintrin.h>
 #endif
-#include <initializer_list>
-#include <numbers>
 
 #include "kvxpx.h"
 #include "qx_alloc.h"
@@ -92,6 +94,8 @@ void decimate(T* tbl1, const T* tbl2, int order) noexcept {
     }
 }
 
+inline bool avx2() noexcept { return qx::cpu::at_least(qx::cpu::Path::avx2); }
+
 #if QX_FFT_X86
 // ---------------------------------------------------------------------------
 // The float core with AVX2, two butterflies at a time, chosen at run time.
@@ -99,7 +103,7 @@ void decimate(T* tbl1, const T* tbl2, int order) noexcept {
 // the same order (sign changes by toggling sign bits, a - b as a + (-b), no
 // fused multiply-add), so both paths give the same bits.
 
-#define QX_AVX2 __attribute__((target("avx2")))
+#define QX_AVX2 QX_TARGET_AVX2
 
 QX_AVX2 inline __m256d load2(const float* p) noexcept { return _mm256_cvtps_pd(_mm_loadu_ps(p)); }
 QX_AVX2 inline void store2(float* p, __m256d v) noexcept { _mm_storeu_ps(p, _mm256_cvtpd_ps(v)); }
@@ -302,9 +306,6 @@ QX_AVX2 std::size_t real_split_avx2(float* z, std::size_t m, const float* T, boo
     return k;
 }
 
-const bool kHaveAvx2 = __builtin_cpu_supports("avx2");
-#else
-constexpr bool kHaveAvx2 = false;
 #endif
 
 constexpr int kStackOrder = 12;  // bit reversal through a stack copy up to 2^12 points
@@ -328,7 +329,7 @@ void reorder(float* x, int order, const int* rev) noexcept {
 void float_core(float* x, int order, const float* w, const int* rev, bool inverse) noexcept {
     using Core = qx::fft::Radix4<FloatOps>;
     const std::size_t n = points(order);
-    if (!kHaveAvx2 || n <= 4) {
+    if (!avx2() || n <= 4) {
         Core::run(x, order, w, inverse);
         reorder(x, order, rev);
         return;
@@ -377,7 +378,7 @@ void real_float(float* x, int order, const float* T, const float* wHalf, const i
     }
     std::size_t from = 1;
 #if QX_FFT_X86
-    if (kHaveAvx2)
+    if (avx2())
         from = real_split_avx2(x, m, T, !inverse);
 #endif
     qx::fft::real_split<FloatOps>(x, m, T, !inverse, from);

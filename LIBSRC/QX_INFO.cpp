@@ -2,7 +2,10 @@
 #include <cstdio>
 #include <cstring>
 
+#include <cstdlib>
+
 #include "kvxpx.h"
+#include "qx_cpu.h"
 #include "qx_info.h"
 
 #if defined(__i386__) || defined(__x86_64__)
@@ -65,6 +68,83 @@ bool read_cpuid(unsigned* signature, unsigned* features) noexcept {
 }
 
 }  // namespace qx
+
+namespace qx::cpu {
+
+namespace {
+
+#if QX_X86_PATHS
+// The extended control register: which register states the system saves.
+unsigned long long xcr0() noexcept {
+    unsigned lo = 0, hi = 0;
+    __asm__ volatile("xgetbv" : "=a"(lo), "=d"(hi) : "c"(0));
+    return (static_cast<unsigned long long>(hi) << 32) | lo;
+}
+#endif
+
+Path probe() noexcept {
+#if QX_X86_PATHS
+    unsigned a = 0, b = 0, c = 0, d = 0;
+    if (__get_cpuid(1, &a, &b, &c, &d) == 0)
+        return Path::plain;
+    const bool osxsave = (c >> 27) & 1u, avx = (c >> 28) & 1u;
+    if (!osxsave || !avx)
+        return Path::plain;
+    const unsigned long long xcr = xcr0();
+    if ((xcr & 0x6u) != 0x6u)  // SSE and AVX state
+        return Path::plain;
+    if (__get_cpuid_max(0, nullptr) < 7)
+        return Path::plain;
+    __cpuid_count(7, 0, a, b, c, d);
+    if (((b >> 5) & 1u) == 0)  // AVX2
+        return Path::plain;
+    const bool avx512 = ((b >> 16) & 1u) && ((b >> 30) & 1u);  // F and BW
+    if (avx512 && (xcr & 0xE6u) == 0xE6u)                      // opmask and upper registers too
+        return Path::avx512;
+    return Path::avx2;
+#else
+    return Path::plain;
+#endif
+}
+
+}  // namespace
+
+Path supported() noexcept {
+    static const Path p = probe();
+    return p;
+}
+
+bool parse(const char* name, Path* p) noexcept {
+    if (name == nullptr)
+        return false;
+    static const struct {
+        const char* name;
+        Path path;
+    } kNames[] = {{"plain", Path::plain}, {"avx2", Path::avx2}, {"avx512", Path::avx512}};
+    for (const auto& n : kNames)
+        if (std::strcmp(name, n.name) == 0) {
+            *p = n.path;
+            return true;
+        }
+    return false;
+}
+
+Path choose() noexcept {
+    Path p = supported(), asked = p;
+    if (parse(std::getenv("KVX_CPU"), &asked) && asked < p)
+        p = asked;
+    int expected = -1;
+    chosen().compare_exchange_strong(expected, static_cast<int>(p), std::memory_order_relaxed);
+    return static_cast<Path>(chosen().load(std::memory_order_relaxed));
+}
+
+Path force(Path p) noexcept {
+    const Path before = path();
+    chosen().store(static_cast<int>(p < supported() ? p : supported()), std::memory_order_relaxed);
+    return before;
+}
+
+}  // namespace qx::cpu
 
 extern "C" {
 

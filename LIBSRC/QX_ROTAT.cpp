@@ -194,7 +194,7 @@ __attribute__((flatten)) void transpose_bytes_sse2(const Sides& s, i64 ic, i64 o
 // 16x16 blocks side by side (unpacking never crosses halves).
 struct Avx2Block {
     static constexpr i64 step = 32;
-    __attribute__((target("avx2"))) static void run(const std::uint8_t* const* src, i64 k, std::uint8_t* const* d,
+    QX_TARGET_AVX2 static void run(const std::uint8_t* const* src, i64 k, std::uint8_t* const* d,
                                                     i64 m) {
         __m256i x[16];
         for (int i = 0; i < 16; ++i)
@@ -215,7 +215,7 @@ struct Avx2Block {
     }
 };
 
-__attribute__((target("avx2"), flatten)) void transpose_bytes_avx2(const Sides& s, i64 ic, i64 oc, i64 Hs, i64 Ws) {
+QX_TARGET_AVX2 __attribute__((flatten)) void transpose_bytes_avx2(const Sides& s, i64 ic, i64 oc, i64 Hs, i64 Ws) {
     const i64 W32 = Ws & ~i64{31};
     tiled_transpose<Avx2Block>(s, ic, oc, Hs, W32);
     // A last block of 16 columns.
@@ -234,8 +234,7 @@ void transpose_bytes(const Sides& s, i64 ic, i64 oc, i64 H, i64 W) {
     Hs = H & ~i64{15};
     Ws = W & ~i64{15};
 #if defined(QX_ROTATE_AVX2)
-    static const bool avx2 = __builtin_cpu_supports("avx2");
-    if (avx2)
+    if (qx::cpu::at_least(qx::cpu::Path::avx2))
         transpose_bytes_avx2(s, ic, oc, Hs, Ws);
     else
 #endif

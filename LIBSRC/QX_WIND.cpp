@@ -13,15 +13,8 @@
 #include "kvxpx.h"
 #include "qx_alloc.h"
 #include "qx_context.h"
+#include "qx_cpu.h"
 #include "qx_report.h"
-
-// An AVX2 clone of the hot loop where the processor has it; the same
-// operations in the same order, so every clone gives the same bits.
-#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
-#define QX_AVX2_CLONES __attribute__((target_clones("avx2", "default")))
-#else
-#define QX_AVX2_CLONES
-#endif
 
 namespace {
 
@@ -180,7 +173,7 @@ short truncate_low16(double d) noexcept {
 // inputs are copied out, behind the last input of the block before, so that
 // the block's products run as one vector loop and every x[i-1] is read before
 // it is overwritten.
-QX_AVX2_CLONES void preemphasize_float(float* vect, double c, int n) noexcept {
+[[gnu::always_inline]] inline void preemphasize_float_body(float* vect, double c, int n) noexcept {
     constexpr int kBlock = 64;
     float x[kBlock + 1];
     x[kBlock] = vect[0];
@@ -194,6 +187,9 @@ QX_AVX2_CLONES void preemphasize_float(float* vect, double c, int n) noexcept {
         x[kBlock] = x[len];
     }
 }
+
+// The loop above, compiled plainly and for AVX2 (chosen at run time).
+QX_AVX2_TWIN(preemphasize_float, (float* vect, double c, int n), (vect, c, n))
 
 }  // namespace
 

@@ -32,6 +32,8 @@
 #include <cstring>
 #include <type_traits>
 
+#include "qx_cpu.h"
+
 // The byte-lane vectors below live only inside inlined code and are never
 // passed between functions compiled for different processors, so the note
 // about their calling convention does not apply. Templates are instantiated at
@@ -218,25 +220,12 @@ template <class V>
     return v;
 }
 
-// The widest lanes the routines may use: 0 whatever the processor has, 1 at
-// most AVX2, 2 the baseline. Tests lower it to run every form.
-inline int& lane_limit() noexcept {
-    static int limit = 0;
-    return limit;
-}
-
-#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
+#if QX_X86_PATHS
 #define QX_PACKED_DISPATCH 1
-#define QX_PACKED_AVX2 __attribute__((target("avx2")))
-#define QX_PACKED_AVX512 __attribute__((target("avx512f,avx512bw")))
-inline bool use_avx2() noexcept {
-    static const bool yes = __builtin_cpu_supports("avx2");
-    return yes && lane_limit() < 2;
-}
-inline bool use_avx512() noexcept {
-    static const bool yes = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw");
-    return yes && lane_limit() < 1;
-}
+#define QX_PACKED_AVX2 QX_TARGET_AVX2
+#define QX_PACKED_AVX512 QX_TARGET_AVX512
+inline bool use_avx2() noexcept { return cpu::at_least(cpu::Path::avx2); }
+inline bool use_avx512() noexcept { return cpu::at_least(cpu::Path::avx512); }
 #else
 #define QX_PACKED_DISPATCH 0
 #endif

@@ -19,33 +19,21 @@
 #include <cstdint>
 #include <type_traits>
 
-#if defined(__x86_64__) || defined(__i386__)
+#include "qx_cpu.h"
+
+#if QX_X86_PATHS
 #define QX_SCALE_X86 1
 #include <immintrin.h>
 #endif
 
 namespace qx::x86 {
 
-// Set by tests to try the narrower paths on a processor that has the wider
-// ones: 0 uses everything the processor has, 1 no AVX-512, 2 the plain loops.
-inline int& path_limit() noexcept {
-    static int limit = 0;
-    return limit;
-}
-
 #if QX_SCALE_X86
 
-#define QX_AVX2 __attribute__((target("avx2")))
+#define QX_AVX2 QX_TARGET_AVX2
 
-inline bool has_avx2() noexcept {
-    static const bool yes = __builtin_cpu_supports("avx2");
-    return yes && path_limit() < 2;
-}
-
-inline bool has_avx512() noexcept {
-    static const bool yes = __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512f");
-    return yes && path_limit() < 1;
-}
+inline bool has_avx2() noexcept { return cpu::at_least(cpu::Path::avx2); }
+inline bool has_avx512() noexcept { return cpu::at_least(cpu::Path::avx512); }
 
 template <class T>
 QX_AVX2 inline __m256i load(const T* p) noexcept {
@@ -236,7 +224,7 @@ QX_AVX2 inline std::int64_t sum16(const std::int16_t* v, long n) noexcept {
 
 // AVX-512 (BW) forms of the saturating and checked add/sub and the short
 // sum: 64-byte vectors, and lane masks instead of compare vectors.
-#define QX_AVX512 __attribute__((target("avx512bw,avx512f")))
+#define QX_AVX512 QX_TARGET_AVX512
 
 template <class T>
 QX_AVX512 inline __m512i load512(const T* p) noexcept {

@@ -102,16 +102,10 @@ inline void setNib(std::vector<uint8_t>& buf, size_t base, int p, size_t k, int 
     b = idx % 2 == 0 ? uint8_t((b & 0x0F) | (v << 4)) : uint8_t((b & 0xF0) | (v & 15));
 }
 
-// Runs `body` with the widest vector paths the processor has, with AVX2 at
-// most, and with the plain loops only.
+// Runs `body` on every kernel path the processor has.
 template <class F>
 void allPaths(F body) {
-    for (int limit : {0, 1, 2}) {
-        SCOPED_TRACE(testing::Message() << "path limit " << limit);
-        qx::x86::path_limit() = limit;
-        body();
-    }
-    qx::x86::path_limit() = 0;
+    kvxtest::on_every_path([&](int) { body(); });
 }
 
 // The reports made since the last call, then a clean status.

@@ -64,8 +64,7 @@ const PixelType kTypes[] = {
 
 TEST_F(Images, MirrorMatchesThePerPixelReferenceAtEveryLaneWidth) {
     std::mt19937 rng(4242);
-    for (int limit : {0, 1, 2}) {
-        qx::packed::lane_limit() = limit;
+    kvxtest::on_every_path([&](int limit) {
         for (const PixelType& t : kTypes)
             for (int nRows : {1, 2, 5})
                 for (int nCols : {1, 2, 3, 7, 8, 9, 10, 15, 16, 17, 31, 33, 64, 67, 100})
@@ -82,8 +81,7 @@ TEST_F(Images, MirrorMatchesThePerPixelReferenceAtEveryLaneWidth) {
                                                   << nCols << " orient " << orient;
                         ASSERT_EQ(in.rows, inBefore);
                     }
-    }
-    qx::packed::lane_limit() = 0;
+    });
     EXPECT_TRUE(got().empty());
 }
 

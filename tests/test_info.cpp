@@ -1,7 +1,9 @@
 // Library and processor information.
+#include <cstdlib>
 #include <cstring>
 
 #include "kvx_test.h"
+#include "qx_cpu.h"
 #include "qx_info.h"
 
 namespace {
@@ -65,4 +67,32 @@ TEST(Info, ThisProcessor) {
     EXPECT_GE(p.family, 0);
     EXPECT_GT(std::strlen(p.text), 0u);
     EXPECT_LT(std::strlen(p.text), sizeof p.text);
+}
+
+// The kernel path: what KVX_CPU asks for, never more than the processor has.
+TEST(Dispatch, TheEnvironmentLowersThePathAndForcingNeverExceedsTheProcessor) {
+    using qx::cpu::Path;
+    const Path have = qx::cpu::supported();
+    Path asked = have;
+    const bool lowered = qx::cpu::parse(std::getenv("KVX_CPU"), &asked) && asked < have;
+    EXPECT_EQ(qx::cpu::path(), lowered ? asked : have);
+
+    const Path was = qx::cpu::path();
+    for (Path p : {Path::plain, Path::avx2, Path::avx512}) {
+        qx::cpu::force(p);
+        EXPECT_EQ(qx::cpu::path(), p < have ? p : have);
+    }
+    qx::cpu::force(was);
+
+    const struct {
+        const char* name;
+        bool known;
+        Path path;
+    } kNames[] = {{"plain", true, Path::plain}, {"avx2", true, Path::avx2}, {"avx512", true, Path::avx512},
+                  {"AVX2", false, Path::plain}, {"", false, Path::plain},       {nullptr, false, Path::plain}};
+    for (const auto& n : kNames) {
+        Path p = Path::plain;
+        EXPECT_EQ(qx::cpu::parse(n.name, &p), n.known) << (n.name ? n.name : "(null)");
+        EXPECT_EQ(p, n.path) << (n.name ? n.name : "(null)");
+    }
 }

@@ -83,8 +83,7 @@ void sweep(const PlainOp<E> (&ops)[N]) {
         std::generate(v.begin(), v.end(), [&] { return std::is_floating_point_v<E> ? E(int(rng() % 20001) - 10000) / 8 : E(rng()); });
         return v;
     };
-    for (int limit : {0, 1, 2}) {
-        qx::packed::lane_limit() = limit;
+    kvxtest::on_every_path([&](int limit) {
         for (const PlainOp<E>& op : ops)
             for (int off = 0; off < 4; ++off)
                 for (int n : {1, 3, 4, 5, 17, 33, 64, 67, 300, 517}) {
@@ -96,8 +95,7 @@ void sweep(const PlainOp<E> (&ops)[N]) {
                     op.call(a.data() + off, b.data() + 3 - off, dst.data() + kGuard + off, n);
                     ASSERT_EQ(dst, want) << op.name << " lanes " << limit << " offset " << off << " n " << n;
                 }
-    }
-    qx::packed::lane_limit() = 0;
+    });
 }
 
 }  // namespace

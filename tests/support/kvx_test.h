@@ -10,6 +10,7 @@
 
 #include "kvxpx.h"
 #include "qx_alloc.h"
+#include "qx_cpu.h"
 
 namespace kvxtest {
 
@@ -50,6 +51,21 @@ public:
 };
 
 using Rep = std::tuple<int, std::string, std::string>;
+
+// Runs body(path) (0 plain, 1 AVX2, 2 AVX-512) on every kernel path the processor has, widest first, then
+// returns to the path that was in force.
+template <class F>
+void on_every_path(F body) {
+    const qx::cpu::Path was = qx::cpu::path();
+    for (qx::cpu::Path p : {qx::cpu::Path::avx512, qx::cpu::Path::avx2, qx::cpu::Path::plain}) {
+        if (p > qx::cpu::supported())
+            continue;
+        qx::cpu::force(p);
+        SCOPED_TRACE(::testing::Message() << "kernel path " << static_cast<int>(p));
+        body(static_cast<int>(p));
+    }
+    qx::cpu::force(was);
+}
 
 }  // namespace kvxtest
 
