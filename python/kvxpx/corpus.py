@@ -112,7 +112,8 @@ def features(paths, out_dir, client=None, *, fmt="npy", root=None, rate=None, ov
     to mono, at the analysis rate (`rate`, default each file's own; files at
     another rate fail: no resampling is done here).
     out_dir: outputs keep each input's place below `root` (default: the
-    inputs' common directory), with the suffix of `fmt` ("npy" float32
+    inputs' common directory; give it when reruns may list other files, so
+    that the layout stays the same), with the suffix of `fmt` ("npy" float32
     frames x ceps, or "htk": MFCC_0 big-endian, c0 last, _Z with cmn).
     client: a ``distributed.Client`` to run on; None uses Dask's local
     `scheduler` ("processes"; "synchronous" runs in this process).
