@@ -119,6 +119,7 @@ def main():
             record("python file to file", timed(lambda: kvxpx.corpus.extract(wav, npy)))
             if a.kvx:
                 out = os.path.join(work, "tool")
+                os.makedirs(out, exist_ok=True)
                 record("kvx features", timed(lambda: subprocess.run(
                     [a.kvx, "features", "--format", "npy", "-o", out, wav], check=True, capture_output=True)))
         if not a.no_aubio:

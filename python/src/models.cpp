@@ -217,6 +217,8 @@ public:
         for (auto h : mixtures_) h.cast<GaussianMixture&>().users_++;
         dim_ = dim;
     }
+    // Closes here, while releaseMixtures still reaches this class.
+    ~ContinuousHMM() override { close(); }
     float score(const py::array& obs) { return viterbi(kind_, id(), obs)[0].cast<float>(); }
     int dim() const { return dim_; }
 

@@ -1,3 +1,5 @@
+import os
+import subprocess
 import threading
 
 import numpy as np
@@ -135,3 +137,26 @@ def test_filter_bank_cepstrum_and_release(speech):
         bank.cepstrum(frame)
     with pytest.raises(ValueError, match="512"):
         kvxpx.MelFilterBank(9).cepstrum(frame[:100])
+
+
+@pytest.mark.parametrize("flags, options", [
+    ([], {}),
+    (["--fixed-point", "--cmn", "--window", "hanning", "--hop", "20ms", "--ceps", "16"],
+     {"fixed_point": True, "cmn": True, "window": "hanning", "hop_ms": 20, "ceps": 16}),
+    (["--frame", "400", "--bands", "30", "--low", "200", "--linear", "5", "--energy-floor", "30"],
+     {"frame_samples": 400, "bands": 30, "low": 200, "linear": 5, "energy_floor": 30}),
+])
+def test_mfcc_equals_kvx_features(recordings, tmp_path, flags, options):
+    """Same options, same defaults, same values as the command-line tool."""
+    import soundfile
+
+    tool = os.environ.get("KVX_TOOL")
+    if not tool:
+        pytest.skip("the kvx tool is not built")
+    paths = recordings[:2]
+    subprocess.run([tool, "features", "--format", "npy", "-o", str(tmp_path)] + flags + paths, check=True,
+                   capture_output=True)
+    for p in paths:
+        x, rate = soundfile.read(p, dtype="int16")
+        want = np.load(tmp_path / (os.path.splitext(os.path.basename(p))[0] + ".npy"))
+        assert kvxpx.mfcc(x, rate, **options).tobytes() == want.tobytes()

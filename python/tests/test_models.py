@@ -112,6 +112,10 @@ def test_continuous_hmm_uses_minus_log10_of_its_mixtures():
         with pytest.raises(ValueError, match="used by an open HMM"):
             mixtures[0].close()
     mixtures[0].close()
+    collected = kvxpx.ContinuousHMM(a, pi, mixtures[1:] + mixtures[1:2])
+    del collected
+    gc.collect()
+    mixtures[1].close()  # a collected HMM no longer holds its mixtures
 
 
 def test_hmm_ids_are_released():
