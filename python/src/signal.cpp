@@ -48,6 +48,24 @@ Array<Real> convertUp(Array<Int> q, int scaleFactor, void (*up)(const Int*, Real
     return out;
 }
 
+// The float and double forms of one conversion, chosen by the input's type.
+template <class Int>
+auto toInt(void (*fromFloat)(const float*, Int*, int, int, int*), void (*fromDouble)(const double*, Int*, int, int, int*)) {
+    return [=](const py::array& x, const py::object& scaling, int sf) -> py::tuple {
+        if (x.dtype().is(py::dtype::of<double>())) return convertDown<double, Int>(Array<double>::ensure(x), scaling, sf, fromDouble);
+        return convertDown<float, Int>(Array<float>::ensure(x), scaling, sf, fromFloat);
+    };
+}
+
+template <class Int>
+auto fromInt(void (*toFloat)(const Int*, float*, int, int), void (*toDouble)(const Int*, double*, int, int)) {
+    return [=](Array<Int> q, int sf, const std::string& dtype) -> py::object {
+        if (dtype == "float64") return convertUp<Int, double>(q, sf, toDouble);
+        if (dtype != "float32") throw py::value_error("dtype must be 'float32' or 'float64'");
+        return convertUp<Int, float>(q, sf, toFloat);
+    };
+}
+
 // ---------------------------------------------------------------------------
 // FFTs
 
@@ -63,20 +81,27 @@ int direction(bool inverse, bool scaled) {
     return inverse ? QX_INVERSE | (scaled ? 0 : QX_NO_INVERSE_SCALING) : QX_FORWARD;
 }
 
+// A 16-bit transform into a new array of the input's shape: (y, scale_factor).
+using ShortNip = int (*)(const short*, short*, int, int, int, int*);
+
+py::tuple shortTransform(const Array<short>& in, int order, int flags, ShortNip nip, const py::object& scaling,
+                         int scaleFactor) {
+    auto out = Array<short>(in.request().shape);
+    const short* src = in.data();
+    short* dst = out.mutable_data();
+    const int mode = scaleMode(scaling);
+    int sf = scaleFactor;
+    guarded([&] { nip(src, dst, order, flags, mode, &sf); });
+    return py::make_tuple(out, sf);
+}
+
 py::object fft(const py::array& x, bool inverse, bool scaled, const py::object& scaling, int scaleFactor) {
     const int flags = direction(inverse, scaled);
     if (isInt16(x)) {
         auto in = Array<short>::ensure(x);
         if (in.ndim() != 2 || in.shape(1) != 2)
             throw py::value_error("16-bit complex data must have shape (n, 2): (re, im) rows");
-        const int order = fftOrder(in.shape(0), "the signal");
-        auto out = empty<short>({in.shape(0), 2});
-        const short* src = in.data();
-        short* dst = out.mutable_data();
-        const int mode = scaleMode(scaling);
-        int sf = scaleFactor;
-        guarded([&] { QXvFftNip(src, dst, order, flags, mode, &sf); });
-        return py::make_tuple(out, sf);
+        return shortTransform(in, fftOrder(in.shape(0), "the signal"), flags, QXvFftNip, scaling, scaleFactor);
     }
     auto in = Array<Complex>::ensure(x);
     if (!in || in.ndim() != 1) throw py::value_error("the signal must be a 1-D complex array");
@@ -106,13 +131,7 @@ py::object rfft(const py::array& x, bool packed, const py::object& scaling, int 
     if (isInt16(x)) {
         auto in = Array<short>::ensure(x);
         const int order = fftOrder(in.ndim() == 1 ? in.shape(0) : 0, "the signal");
-        auto out = empty<short>({in.shape(0)});
-        const short* src = in.data();
-        short* dst = out.mutable_data();
-        const int mode = scaleMode(scaling);
-        int sf = scaleFactor;
-        guarded([&] { QXwRealFftNip(src, dst, order, QX_FORWARD, mode, &sf); });
-        return py::make_tuple(out, sf);
+        return shortTransform(in, order, QX_FORWARD, QXwRealFftNip, scaling, scaleFactor);
     }
     auto in = Array<float>::ensure(x);
     if (!in || in.ndim() != 1) throw py::value_error("the signal must be a 1-D real array");
@@ -131,13 +150,7 @@ py::object irfft(const py::array& spectrum, py::ssize_t n, bool packed, bool sca
     if (isInt16(spectrum)) {
         auto in = Array<short>::ensure(spectrum);
         const int order = fftOrder(in.ndim() == 1 ? in.shape(0) : 0, "the packed spectrum");
-        auto out = empty<short>({in.shape(0)});
-        const short* src = in.data();
-        short* dst = out.mutable_data();
-        const int mode = scaleMode(scaling);
-        int sf = scaleFactor;
-        guarded([&] { QXwCcsFftNip(src, dst, order, flags, mode, &sf); });
-        return py::make_tuple(out, sf);
+        return shortTransform(in, order, flags, QXwCcsFftNip, scaling, scaleFactor);
     }
     std::vector<float> p;
     if (packed) {
@@ -307,24 +320,13 @@ py::object mfcc(const py::array& signal, int rate, double frameMs, double hopMs,
                 double preemph, const std::string& windowName, int bands, int low, int high, int linear, int linearEnd,
                 int ceps, bool fixedPoint, bool cmn, double energyFloor, double fullScale, bool returnScale,
                 bool returnIndex) {
-    kvx::FeatureOptions o;
-    o.rate = rate;
-    o.frameMs = frameMs;
-    o.hopMs = hopMs;
-    o.frameSamples = frameSamples;
-    o.hopSamples = hopSamples;
-    o.preemph = preemph;
-    if (!kvx::parseWindow(windowName, o.window))
+    kvx::Window window;
+    if (!kvx::parseWindow(windowName, window))
         throw py::value_error("window must be hamming, hanning, bartlett, blackman or rect (got '" + windowName + "')");
-    o.bands = bands;
-    o.low = low;
-    o.high = high;
-    o.linear = linear;
-    o.linearEnd = linearEnd;
-    o.ceps = ceps;
-    o.fixedPoint = fixedPoint;
-    o.cmn = cmn;
-    o.energyFloorDb = energyFloor;
+    const kvx::FeatureOptions o{.rate = rate, .frameMs = frameMs, .frameSamples = frameSamples, .hopMs = hopMs,
+                                .hopSamples = hopSamples, .preemph = preemph, .window = window, .bands = bands,
+                                .low = low, .high = high, .linear = linear, .linearEnd = linearEnd, .ceps = ceps,
+                                .fixedPoint = fixedPoint, .cmn = cmn, .energyFloorDb = energyFloor};
     if (signal.ndim() != 1) throw py::value_error("the signal must be 1-D (mono)");
     kvx::Features f;
     if (isInt16(signal)) {
@@ -383,28 +385,16 @@ void bindSignal(py::module_& m) {
     const auto scaling = py::arg("scaling") = "auto";
     const auto sfArg = py::arg("scale_factor") = 0;
 
-    m.def("to_int16", [](const py::array& x, const py::object& s, int sf) -> py::tuple {
-            if (x.dtype().is(py::dtype::of<double>())) return convertDown<double, short>(Array<double>::ensure(x), s, sf, QXdwbConvertDown);
-            return convertDown<float, short>(Array<float>::ensure(x), s, sf, QXswbConvertDown);
-        }, py::arg("x"), scaling, sfArg,
-        "Real values to 16-bit: (q, scale_factor) with x ~ q * 2**scale_factor (QXswbConvertDown / QXdwbConvertDown).");
-    m.def("to_int32", [](const py::array& x, const py::object& s, int sf) -> py::tuple {
-            if (x.dtype().is(py::dtype::of<double>())) return convertDown<double, int>(Array<double>::ensure(x), s, sf, QXdibConvertDown);
-            return convertDown<float, int>(Array<float>::ensure(x), s, sf, QXsibConvertDown);
-        }, py::arg("x"), scaling, sfArg,
-        "Real values to 32-bit: (q, scale_factor) with x ~ q * 2**scale_factor (QXsibConvertDown / QXdibConvertDown).");
-    m.def("from_int16", [](Array<short> q, int sf, const std::string& dtype) -> py::object {
-            if (dtype == "float64") return convertUp<short, double>(q, sf, QXwdbConvertUp);
-            if (dtype != "float32") throw py::value_error("dtype must be 'float32' or 'float64'");
-            return convertUp<short, float>(q, sf, QXwsbConvertUp);
-        }, py::arg("q"), py::arg("scale_factor") = 0, py::arg("dtype") = "float32",
-        "q * 2**scale_factor as floats (QXwsbConvertUp / QXwdbConvertUp with -scale_factor).");
-    m.def("from_int32", [](Array<int> q, int sf, const std::string& dtype) -> py::object {
-            if (dtype == "float64") return convertUp<int, double>(q, sf, QXidbConvertUp);
-            if (dtype != "float32") throw py::value_error("dtype must be 'float32' or 'float64'");
-            return convertUp<int, float>(q, sf, QXisbConvertUp);
-        }, py::arg("q"), py::arg("scale_factor") = 0, py::arg("dtype") = "float32",
-        "q * 2**scale_factor as floats (QXisbConvertUp / QXidbConvertUp with -scale_factor).");
+    m.def("to_int16", toInt<short>(QXswbConvertDown, QXdwbConvertDown), py::arg("x"), scaling, sfArg,
+          "Real values to 16-bit: (q, scale_factor) with x ~ q * 2**scale_factor (QXswbConvertDown / "
+          "QXdwbConvertDown).");
+    m.def("to_int32", toInt<int>(QXsibConvertDown, QXdibConvertDown), py::arg("x"), scaling, sfArg,
+          "Real values to 32-bit: (q, scale_factor) with x ~ q * 2**scale_factor (QXsibConvertDown / "
+          "QXdibConvertDown).");
+    m.def("from_int16", fromInt<short>(QXwsbConvertUp, QXwdbConvertUp), py::arg("q"), py::arg("scale_factor") = 0,
+          py::arg("dtype") = "float32", "q * 2**scale_factor as floats (QXwsbConvertUp / QXwdbConvertUp with -scale_factor).");
+    m.def("from_int32", fromInt<int>(QXisbConvertUp, QXidbConvertUp), py::arg("q"), py::arg("scale_factor") = 0,
+          py::arg("dtype") = "float32", "q * 2**scale_factor as floats (QXisbConvertUp / QXidbConvertUp with -scale_factor).");
 
     m.def("fft", &fft, py::arg("x"), py::arg("inverse") = false, py::arg("scaled") = true, scaling, sfArg,
           "Complex FFT of a power-of-two length: complex64 in and out (QXcFftNip), or 16-bit (n, 2) data in and "
