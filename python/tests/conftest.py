@@ -1,5 +1,5 @@
 """Shared fixtures: the C library itself through ctypes (the same loaded
-instance the extension uses), and the recordings the tests run on."""
+instance the extension uses), and the shipped recordings."""
 
 import ctypes
 import os
@@ -43,31 +43,15 @@ def fptr(a):
     return a.ctypes.data_as(ctypes.POINTER(ctypes.c_float))
 
 
-def _generated(tmp_dir):
-    """Short spoken-digit stand-ins: a few tones with noise, 16 kHz 16-bit WAV."""
-    import soundfile
-
-    rng = np.random.default_rng(7)
-    paths = []
-    for k in range(8):
-        t = np.arange(int(16000 * (0.4 + 0.05 * k))) / 16000.0
-        x = 0.3 * np.sin(2 * np.pi * (300 + 90 * k) * t) * np.hanning(t.size) + 0.01 * rng.standard_normal(t.size)
-        sub = os.path.join(tmp_dir, "voice%d" % (k % 2))
-        os.makedirs(sub, exist_ok=True)
-        p = os.path.join(sub, "word%d.wav" % k)
-        soundfile.write(p, x, 16000, subtype="PCM_16")
-        paths.append(p)
-    return paths
-
-
 @pytest.fixture(scope="session")
-def recordings(tmp_path_factory):
-    """The shipped recordings (data/digits) when present, else generated ones."""
+def recordings():
+    """The shipped recordings: data/digits/<voice>/<word>.flac."""
     data = os.environ.get("KVX_DATA_DIR", os.path.join(os.path.dirname(__file__), "..", "..", "data"))
     found = []
     for base, _, files in os.walk(os.path.join(data, "digits")):
-        found += [os.path.join(base, f) for f in sorted(files) if f.endswith((".flac", ".wav"))]
-    return sorted(found) if found else _generated(str(tmp_path_factory.mktemp("audio")))
+        found += [os.path.join(base, f) for f in files if f.endswith(".flac")]
+    assert found, "no recordings below %s/digits" % data
+    return sorted(found)
 
 
 @pytest.fixture(scope="session")
