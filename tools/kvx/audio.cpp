@@ -33,16 +33,20 @@ Audio readAudio(const std::string& path) {
     a.rate = info.samplerate;
     a.channels = info.channels;
     sf_command(f, SFC_SET_NORM_FLOAT, nullptr, SF_TRUE);
-    std::vector<float> block(static_cast<std::size_t>(4096) * info.channels);
+    constexpr sf_count_t kBlock = 1 << 16;
+    std::vector<float> block(static_cast<std::size_t>(kBlock) * info.channels);
     if (info.frames > 0 && info.frames < (sf_count_t(1) << 34)) a.samples.reserve(static_cast<std::size_t>(info.frames));
     const float scale = 32768.0f / static_cast<float>(info.channels);
     for (;;) {
-        sf_count_t got = sf_readf_float(f, block.data(), 4096);
+        sf_count_t got = sf_readf_float(f, block.data(), kBlock);
         if (got <= 0) break;
+        const std::size_t at = a.samples.size();
+        a.samples.resize(at + static_cast<std::size_t>(got));
+        float* out = a.samples.data() + at;
         for (sf_count_t i = 0; i < got; ++i) {
             float s = 0;
             for (int c = 0; c < info.channels; ++c) s += block[static_cast<std::size_t>(i) * info.channels + c];
-            a.samples.push_back(s * scale);
+            out[i] = s * scale;
         }
     }
     if (sf_error(f) != SF_ERR_NO_ERROR) throw AudioError(path + ": " + sf_strerror(f));

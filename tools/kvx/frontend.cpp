@@ -157,6 +157,9 @@ FrontEnd::FrontEnd(const FeatureOptions& options) : opt_(options) {
     std::vector<float> ones(fftLen_ / 2 + 1, 1.0f);
     unit_.assign(opt_.ceps, 0.0f);
     QXsCepstralMFCC(0, ones.data(), bank_, unit_.data(), opt_.ceps);
+    std::vector<float> flat(fftLen_ / 2 + 1, opt_.zeroFloor);
+    floorCeps_.assign(opt_.ceps, 0.0f);
+    QXsCepstralMFCC(0, flat.data(), bank_, floorCeps_.data(), opt_.ceps);
     reports = rc.take();
     if (!reports.empty()) {
         QXsFreeMFCCFilters(bank_);
@@ -229,6 +232,18 @@ void FrontEnd::frameFixed(const short* src, float* out) {
     for (int k = 0; k < opt_.ceps; ++k) out[k] = static_cast<float>(wceps_[k] * c + d * unit_[k]);
 }
 
+// Sum of squares (four partial sums, so that the loop vectorises); 0 exactly
+// when every sample is 0.
+template <class T>
+static double energyOf(const T* x, int n) {
+    double a[4] = {0, 0, 0, 0};
+    int i = 0;
+    for (; i + 4 <= n; i += 4)
+        for (int j = 0; j < 4; ++j) a[j] += double(x[i + j]) * double(x[i + j]);
+    for (; i < n; ++i) a[0] += double(x[i]) * double(x[i]);
+    return (a[0] + a[1]) + (a[2] + a[3]);
+}
+
 template <class T>
 Features FrontEnd::run(const T* samples, std::size_t n) {
     const long frames = frameCount(n);
@@ -249,10 +264,17 @@ Features FrontEnd::run(const T* samples, std::size_t n) {
     QXSetStatus(0);
     for (long k = 0; k < frames; ++k) {
         const T* src = samples + static_cast<std::size_t>(k) * hop_;
-        double e = 0;
-        for (int i = 0; i < frameLen_; ++i) e += double(src[i]) * double(src[i]);
-        energy[k] = e;
         float* out = f.values.data() + static_cast<std::size_t>(k) * f.cols;
+        const double e = energyOf(src, frameLen_);
+        energy[k] = e;
+        if (e == 0) {
+            // Digital silence: every bin is floored, so the cepstrum is that of
+            // the flat floor spectrum (the 16-bit path would report it unscalable).
+            std::copy(floorCeps_.begin(), floorCeps_.end(), out);
+            ++zero_;
+            if (opt_.fixedPoint) ++unscalable_;
+            continue;
+        }
         if (opt_.fixedPoint) {
             if constexpr (std::is_same_v<T, short>) {
                 frameFixed(src, out);

@@ -155,7 +155,7 @@ private:
     FeatureOptions opt_;
     int frameLen_, hop_, order_, fftLen_;
     QXMFCCFilters* bank_ = nullptr;
-    std::vector<float> buf_, spec_, logSpec_, unit_;
+    std::vector<float> buf_, spec_, logSpec_, unit_, floorCeps_;
     std::vector<short> wbuf_;
     std::vector<short> wceps_;
     long zero_ = 0, unscalable_ = 0;

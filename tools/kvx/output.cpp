@@ -142,15 +142,22 @@ void writeHtk(AtomicFile& out, const Features& f, const FeatureOptions& o) {
     b.push_back(static_cast<unsigned char>(size));
     b.push_back(static_cast<unsigned char>(kind >> 8));
     b.push_back(static_cast<unsigned char>(kind));
+    out.write(b.data(), b.size());
+    std::vector<std::uint32_t> block;
     for (int r = 0; r < f.rows; ++r) {
         const float* v = f.row(r);
-        for (int c = 1; c <= f.cols; ++c) putBe32(b, std::bit_cast<std::uint32_t>(v[c % f.cols]));
-        if (b.size() > (1 << 16)) {
-            out.write(b.data(), b.size());
-            b.clear();
+        for (int c = 1; c <= f.cols; ++c) {
+            std::uint32_t u = std::bit_cast<std::uint32_t>(v[c % f.cols]);
+            if constexpr (std::endian::native == std::endian::little)
+                u = (u >> 24) | ((u >> 8) & 0xff00u) | ((u << 8) & 0xff0000u) | (u << 24);
+            block.push_back(u);
+        }
+        if (block.size() > (1 << 14)) {
+            out.write(block.data(), block.size() * 4);
+            block.clear();
         }
     }
-    out.write(b.data(), b.size());
+    out.write(block.data(), block.size() * 4);
 }
 
 }  // namespace
