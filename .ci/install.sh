@@ -9,7 +9,8 @@ prefix=$(mktemp -d)
 trap 'rm -rf "$prefix"' EXIT
 rm -rf "$build"
 
-cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKVX_TESTS=OFF -DKVX_BENCH=OFF -DKVX_EXAMPLES=OFF
+cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKVX_TESTS=OFF -DKVX_BENCH=OFF -DKVX_EXAMPLES=OFF \
+      -DKVX_TOOLS=OFF -DKVX_PYTHON=OFF
 cmake --build "$build" --target kvxpx
 cmake --install "$build" --prefix "$prefix"
 echo "installed:"; (cd "$prefix" && find . \( -type f -o -type l \) | sort)
