@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include "kvxpx.h"
-#include "qx_context.h"
 #include "qx_report.h"
 
 #if defined(_WIN32)
@@ -22,7 +21,6 @@ int g_mode = QX_ErrorModeParent;           // 0, 1 or 2 (anything else acts as 1
 QXErrorCallback g_handler = QXStdError;    // called by QXError
 char g_unknownText[64];                    // QXErrorStr's text for unknown codes
 char g_message[512];                       // the library's message buffer
-qx::Context g_context;                     // pQXcontext, zero at load
 
 constexpr const char* kTerminating = "terminating the application";
 
@@ -181,8 +179,6 @@ extern "C" QX_API int QXWinError(int code, const char* functionName, const char*
 }
 
 namespace qx {
-
-Context* context() noexcept { return &g_context; }
 
 const char* current_message() noexcept { return g_message; }
 
