@@ -130,6 +130,14 @@ TEST_F(FftTest, EveryKernelPathGivesThePlainBytes) {
     using Fn = int (*)(const float*, float*, int, int);
     const std::pair<Fn, bool> transforms[] = {{QXcFftNip, true}, {QXsRealFftNip, false}, {QXsCcsFftNip, false}};
     const int flagSets[] = {QX_FORWARD, QX_INVERSE, QX_INVERSE | QX_NO_INVERSE_SCALING};
+    // Bit for bit, except that a NaN matches any NaN: which operand's payload an
+    // invalid sum passes on is the compiler's and processor's choice.
+    auto same_bits = [](const std::vector<float>& a, const std::vector<float>& b) {
+        for (std::size_t i = 0; i < a.size(); ++i)
+            if (!(std::isnan(a[i]) && std::isnan(b[i])) && std::memcmp(&a[i], &b[i], 4) != 0)
+                return false;
+        return true;
+    };
     auto inputs = [](std::size_t count, unsigned seed) {
         std::vector<std::vector<float>> v;
         v.push_back(noise<float>(count, 1.0, seed));
@@ -162,8 +170,8 @@ TEST_F(FftTest, EveryKernelPathGivesThePlainBytes) {
                         if (path == 0)
                             return;
                         ASSERT_EQ(fn(in.data(), out.data(), order, flags), 0);
-                        ASSERT_EQ(std::memcmp(out.data(), plain.data(), 4 * count), 0)
-                            << "order " << order << " flags " << flags << " complex " << complex;
+                        ASSERT_TRUE(same_bits(out, plain))
+                            << "order " << order << " flags " << flags << (fn == QXcFftNip ? " complex" : fn == QXsRealFftNip ? " real" : " packed");
                     });
                 }
         }
