@@ -148,7 +148,7 @@ FrontEnd::FrontEnd(const FeatureOptions& options) : opt_(options) {
     auto reports = rc.take();
     if (!bank_) throw std::runtime_error("filter bank: " + ReportCollector::describe(reports));
     buf_.assign(fftLen_, 0.0f);
-    spec_.assign(fftLen_, 0.0f);
+    fftOut_.assign(fftLen_, 0.0f);
     logSpec_.assign(fftLen_ / 2 + 1, 0.0f);
     wbuf_.assign(fftLen_, 0);
     shortFrame_.assign(frameLen_, 0);
@@ -182,16 +182,16 @@ long FrontEnd::frameCount(std::size_t n) const {
 // The cepstrum of the windowed frame in buf_-layout `windowed` (N reals),
 // with every bin's log10 magnitude at least zeroFloor.
 void FrontEnd::floored(const float* windowed, float* out) {
-    QXsRealFftNip(windowed, spec_.data(), order_, QX_FORWARD);
+    QXsRealFftNip(windowed, fftOut_.data(), order_, QX_FORWARD);
     const int half = fftLen_ / 2;
     auto logmag = [&](double re, double im) {
         double p = re * re + im * im;
         double v = p > 0 ? 0.5 * std::log10(p) : -std::numeric_limits<double>::infinity();
         return static_cast<float>(std::max(v, static_cast<double>(opt_.zeroFloor)));
     };
-    logSpec_[0] = logmag(spec_[0], 0.0);
-    logSpec_[half] = logmag(spec_[1], 0.0);
-    for (int k = 1; k < half; ++k) logSpec_[k] = logmag(spec_[2 * k], spec_[2 * k + 1]);
+    logSpec_[0] = logmag(fftOut_[0], 0.0);
+    logSpec_[half] = logmag(fftOut_[1], 0.0);
+    for (int k = 1; k < half; ++k) logSpec_[k] = logmag(fftOut_[2 * k], fftOut_[2 * k + 1]);
     QXsCepstralMFCC(0, logSpec_.data(), bank_, out, opt_.ceps);
 }
 
@@ -285,6 +285,7 @@ void FrontEnd::feed(const float* x, std::size_t n) {
     x += d;
     n -= d;
     skip_ -= d;
+    if (n == 0) return;
     const bool direct = pending_.empty();
     if (!direct) pending_.insert(pending_.end(), x, x + n);
     const float* base = direct ? x : pending_.data();
@@ -292,7 +293,7 @@ void FrontEnd::feed(const float* x, std::size_t n) {
     ReportCollector rc;
     QXSetStatus(0);
     std::size_t pos = 0;
-    for (; avail - pos >= static_cast<std::size_t>(frameLen_); pos += hop_) oneFrame(base + pos);
+    for (; pos + static_cast<std::size_t>(frameLen_) <= avail; pos += hop_) oneFrame(base + pos);
     rc.take();
     if (pos >= avail) {
         skip_ = pos - avail;

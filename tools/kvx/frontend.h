@@ -160,7 +160,7 @@ private:
     FeatureOptions opt_;
     int frameLen_, hop_, order_, fftLen_;
     QXMFCCFilters* bank_ = nullptr;
-    std::vector<float> buf_, spec_, logSpec_, unit_, floorCeps_;
+    std::vector<float> buf_, fftOut_, logSpec_, unit_, floorCeps_;
     std::vector<short> wbuf_, shortFrame_;
     Features acc_;                 // frames so far
     std::vector<double> energy_;   // their energies

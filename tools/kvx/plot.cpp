@@ -87,8 +87,8 @@ void writePlot(const std::string& png, const std::string& title, const std::vect
     if (audio.size() < static_cast<std::size_t>(L)) throw UsageError("audio shorter than one frame; nothing to plot");
     const bool withDtw = test && tmpl && dtw;
     const double W = 1000, left = 70, right = 20, pw = W - left - right;
-    const double waveH = 110, specH = 220, dtwH = withDtw ? 380 : 0;
-    const double H = 40 + waveH + 30 + specH + (withDtw ? 50 + dtwH : 0) + 40;
+    const double waveH = 110, spectrumH = 220, dtwH = withDtw ? 380 : 0;
+    const double H = 40 + waveH + 30 + spectrumH + (withDtw ? 50 + dtwH : 0) + 40;
     cairo_surface_t* surf = cairo_image_surface_create(CAIRO_FORMAT_RGB24, static_cast<int>(W), static_cast<int>(H));
     cairo_t* cr = cairo_create(surf);
     cairo_set_source_rgb(cr, 1, 1, 1);
@@ -120,7 +120,7 @@ void writePlot(const std::string& png, const std::string& title, const std::vect
     double y1 = y0 + waveH + 30;
     const long frames = static_cast<long>((audio.size() - L) / hop + 1);
     const int bins = N / 2 + 1;
-    std::vector<double> spec(static_cast<std::size_t>(bins) * frames);
+    std::vector<double> spectrum(static_cast<std::size_t>(bins) * frames);
     std::vector<float> buf1(N), buf2(N);
     double top = -1e300;
     for (long k = 0; k < frames; ++k) {
@@ -131,20 +131,20 @@ void writePlot(const std::string& png, const std::string& title, const std::vect
         for (int b = 0; b < bins; ++b) {
             double re = b == 0 ? buf2[0] : b == N / 2 ? buf2[1] : buf2[2 * b], im = b == 0 || b == N / 2 ? 0 : buf2[2 * b + 1];
             double db = 10 * std::log10(re * re + im * im + 1e-3);
-            spec[static_cast<std::size_t>(b) * frames + k] = db;
+            spectrum[static_cast<std::size_t>(b) * frames + k] = db;
             top = std::max(top, db);
         }
     }
-    for (double& v : spec) v = (v - (top - 80)) / 80;  // top 80 dB
-    image(cr, spec, bins, static_cast<int>(frames), left, y1, pw, specH, false);
-    frame(cr, left, y1, pw, specH);
+    for (double& v : spectrum) v = (v - (top - 80)) / 80;  // top 80 dB
+    image(cr, spectrum, bins, static_cast<int>(frames), left, y1, pw, spectrumH, false);
+    frame(cr, left, y1, pw, spectrumH);
     text(cr, 8, y1 + 12, std::to_string(fo.rate / 2) + " Hz", 11);
-    text(cr, 8, y1 + specH, "0 Hz", 11);
-    text(cr, left, y1 + specH + 14, "spectrogram, top 80 dB", 11);
+    text(cr, 8, y1 + spectrumH, "0 Hz", 11);
+    text(cr, left, y1 + spectrumH + 14, "spectrogram, top 80 dB", 11);
 
     if (withDtw) {
         const int n = test->rows, m = tmpl->rows;
-        double y2 = y1 + specH + 50;
+        double y2 = y1 + spectrumH + 50;
         double score = 0;
         auto path = warpPath(*test, *tmpl, *dtw, &score);
         // The library's score for the same template, from its own matcher.
