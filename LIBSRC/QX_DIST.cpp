@@ -1,6 +1,6 @@
 // Vector distances of float vectors: dot product, city-block, Euclidean and
 // the two weighted (Mahalanobis) forms. Results are doubles; no state, no
-// allocation. The kernels are in qx_dtw.h, shared with the 16-bit forms.
+// allocation. The kernels are in qx_dist.h, shared with the 16-bit forms.
 //
 // Each measure checks its arguments in order, reporting every failed check,
 // then returns 0 while an error is pending. The exported functions first test
@@ -9,7 +9,7 @@
 // with their reports stay in a separate cold function. This keeps the call
 // cheap for the short vectors these measures are mostly used on.
 #include "kvxpx.h"
-#include "qx_dtw.h"
+#include "qx_dist.h"
 #include "qx_report.h"
 
 namespace {

@@ -4,7 +4,7 @@
 // on the double, and the result is brought to a 32-bit integer by the scaled
 // double-to-int conversion with the caller's doScale and scaleFactor.
 #include "kvxpx.h"
-#include "qx_dtw.h"
+#include "qx_dist.h"
 #include "qx_report.h"
 
 namespace {

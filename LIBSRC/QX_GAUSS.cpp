@@ -13,6 +13,7 @@
 
 #include "kvxpx.h"
 #include "qx_alloc.h"
+#include "qx_dist.h"
 #include "qx_gauss.h"
 #include "qx_report.h"
 
@@ -97,11 +98,7 @@ double mixture(const Server* s, const T* vect, int n, double formScale, bool& ok
         const T* mean = s->meanVect[k];
         double q = 0.0;
         if (s->InverseCovD != nullptr) {
-            const T* ic = s->InverseCovD[k];
-            for (int i = 0; i < n; ++i) {
-                double d = static_cast<double>(vect[i]) - static_cast<double>(mean[i]);
-                q += d * (static_cast<double>(ic[i]) * d);
-            }
+            q = dist::mahalanobis_diag(vect, mean, s->InverseCovD[k], n, 0);
         } else {
             T** ic = s->InverseCov[k];
             for (int i = 0; i < n; ++i) {

@@ -66,7 +66,10 @@ struct Context {
     } Ceps;
 };
 
-// The single working context (pQXcontext).
-Context* context() noexcept;
+// The single working context (pQXcontext): all zero at load, filled on first use.
+inline Context* context() noexcept {
+    static Context pQXcontext;
+    return &pQXcontext;
+}
 
 }  // namespace qx

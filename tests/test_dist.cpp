@@ -113,12 +113,12 @@ TEST_F(Dist, ChecksInOrderThenZeroWhilePending) {
     // With an error pending every measure returns 0 for good arguments, quietly.
     sf = 0;
     QXSetStatus(-5);
-    // (Each would be positive; the sums have no side effects in any order.)
-    EXPECT_EQ(QXsDotP(f, f, 1) + QXsL1Norm(f, g, 1) + QXsL2Norm(f, g, 1, 1) + QXsMahalanobisD(f, g, g, 1, 0) +
-                  QXsMahalanobis(f, g, fm, 1, 0),
-              0.0);
-    EXPECT_EQ(QXwDotP(s, s, 1, 0, &sf) + QXwL1Norm(s, t, 1, 0, &sf) + QXwL2Norm(s, t, 1, 0, 0, &sf) +
-                  QXwMahalanobisD(s, t, t, 1, 0, 0, &sf) + QXwMahalanobis(s, t, sm, 1, 0, 0, &sf),
-              0);
+    // Each would be positive.
+    for (double v : {QXsDotP(f, f, 1), QXsL1Norm(f, g, 1), QXsL2Norm(f, g, 1, 1), QXsMahalanobisD(f, g, g, 1, 0),
+                     QXsMahalanobis(f, g, fm, 1, 0)})
+        EXPECT_EQ(v, 0.0);
+    for (int v : {QXwDotP(s, s, 1, 0, &sf), QXwL1Norm(s, t, 1, 0, &sf), QXwL2Norm(s, t, 1, 0, 0, &sf),
+                  QXwMahalanobisD(s, t, t, 1, 0, 0, &sf), QXwMahalanobis(s, t, sm, 1, 0, 0, &sf)})
+        EXPECT_EQ(v, 0);
     EXPECT_TRUE(got().empty());
 }
