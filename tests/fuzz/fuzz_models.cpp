@@ -147,7 +147,7 @@ void hmm(FuzzedDataProvider& in, Outcome& o) {
         int bestId = -5;
         if (kind == 0) {
             std::vector<int> obs(static_cast<std::size_t>(count_of(nObserv)) + 1);
-            for (int& v : obs) v = in.ConsumeBool() ? in.ConsumeIntegralInRange<int>(-1, nSymbols) : any_int(in);
+            for (int& v : obs) v = in.ConsumeBool() ? in.ConsumeIntegralInRange<int>(-1, nSymbols > 0 ? nSymbols : 0) : any_int(in);
             if (shorts) o.add(QXwEvalHMMViterbi(target, obs.data(), nObserv, &bestId, ds, &sf));
             else o.add(QXsEvalHMMViterbi(target, obs.data(), nObserv, &bestId));
         } else if (shorts) {
