@@ -14,6 +14,7 @@ long g_live = 0;          // allocated, not yet released
 long g_failAt = 0;        // allocation number that fails (0: none)
 bool g_failSticky = false;
 void* g_last = nullptr;    // most recent successful allocation
+const void* g_failedSite = nullptr;  // return address of the last injected failure
 
 bool injected_failure() noexcept {
     const long attempt = ++g_attempts;
@@ -27,8 +28,10 @@ bool injected_failure() noexcept {
 namespace qx {
 
 void* alloc(std::size_t bytes) noexcept {
-    if (injected_failure())
+    if (injected_failure()) {
+        g_failedSite = __builtin_return_address(0);
         return nullptr;
+    }
     void* p = std::malloc(bytes ? bytes : 1);
     if (p) {
         ++g_allocations;
@@ -39,8 +42,10 @@ void* alloc(std::size_t bytes) noexcept {
 }
 
 void* calloc(std::size_t count, std::size_t size) noexcept {
-    if (injected_failure())
+    if (injected_failure()) {
+        g_failedSite = __builtin_return_address(0);
         return nullptr;
+    }
     void* p = (count && size) ? std::calloc(count, size) : std::calloc(1, 1);
     if (p) {
         ++g_allocations;
@@ -58,7 +63,10 @@ void free(void* p) noexcept {
 }
 
 void* alloc_aligned32(std::size_t bytes, void** raw) noexcept {
+    const void* site = g_failedSite;
     *raw = alloc(bytes + 32);
+    if (g_failedSite != site)
+        g_failedSite = __builtin_return_address(0);
     return align32(*raw);
 }
 
@@ -70,6 +78,7 @@ void fail_allocation(long nth, bool sticky) noexcept {
 long allocations() noexcept { return g_allocations; }
 long live_blocks() noexcept { return g_live; }
 void* last_allocation() noexcept { return g_last; }
+const void* failed_site() noexcept { return g_failedSite; }
 }  // namespace testing
 
 }  // namespace qx

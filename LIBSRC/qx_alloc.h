@@ -31,6 +31,7 @@ void fail_allocation(long nth, bool sticky = false) noexcept;
 long allocations() noexcept;   // successful allocations since the start
 long live_blocks() noexcept;   // allocated and not yet released
 void* last_allocation() noexcept;  // the most recent successful allocation
+const void* failed_site() noexcept;  // where the last injected failure was asked for (a return address)
 }  // namespace testing
 
 }  // namespace qx

@@ -11,10 +11,19 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <vector>
 
 #include "kvxpx.h"
 #include "qx_cpu.h"
+
+// Allocations above 64 MiB fail as on a machine without the memory, so that
+// hostile sizes reach the library's out-of-memory reports (run the targets
+// with -malloc_limit_mb above that, or libFuzzer stops first). Each target is
+// one source file, so this definition is made once.
+extern "C" const char* __asan_default_options() {
+    return "allocator_may_return_null=1:max_allocation_size_mb=64";
+}
 
 namespace kvxfuzz {
 
@@ -90,6 +99,18 @@ public:
     }
     void guards() const { only(8, 0, static_cast<long long>(bytes_)); }
     void into(std::vector<std::uint8_t>& out) const { out.insert(out.end(), body(), body() + bytes_); }
+    // The body as floats with every NaN made one: NaN signs are not compared
+    // (the vector FFT kernels form a - b as a + (-b), which passes a NaN on
+    // with the other sign).
+    void floats_into(std::vector<std::uint8_t>& out) const {
+        for (std::size_t i = 0; i + 4 <= bytes_; i += 4) {
+            float v;
+            std::memcpy(&v, body() + i, 4);
+            if (v != v) v = std::numeric_limits<float>::quiet_NaN();
+            const auto* p = reinterpret_cast<const std::uint8_t*>(&v);
+            out.insert(out.end(), p, p + 4);
+        }
+    }
 
 private:
     std::size_t bytes_;
@@ -165,7 +186,9 @@ int on_both_paths(const std::uint8_t* data, std::size_t size, Call call) {
         const std::vector<std::uint8_t>&p = results[0].bytes, &v = results[1].bytes;
         std::size_t i = 0;
         while (i < p.size() && i < v.size() && p[i] == v[i]) ++i;
-        std::fprintf(stderr, "outcomes of %zu and %zu bytes differ first at byte %zu\n", p.size(), v.size(), i);
+        std::fprintf(stderr, "outcomes of %zu and %zu bytes differ first at byte %zu:", p.size(), v.size(), i);
+        for (std::size_t k = i; k < i + 16 && k < p.size() && k < v.size(); ++k) std::fprintf(stderr, " %02x/%02x", p[k], v[k]);
+        std::fprintf(stderr, "\n");
         fail("the plain and the vector path differ");
     }
     return 0;

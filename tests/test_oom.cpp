@@ -1,0 +1,404 @@
+// Out of memory: every exported function that takes memory from the heap is
+// run with its 1st, 2nd, ... allocation failing until a run needs no more
+// than it was given. Each failing run must report -4, give the function's
+// failure result and keep no block beyond the ones the function is known to
+// keep (the pointer array of a table whose data block failed, the first
+// buffer of QXvwbConvert); the run that succeeds gives what an undisturbed
+// call gives. Caches a function fills are released before counting.
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "kvx_test.h"
+
+using kvxtest::FailAllocation;
+using kvxtest::LibTest;
+
+namespace {
+
+struct Call {
+    const char* name;
+    // Runs the call; returns its result in a comparable form and sets
+    // `failed` when the result is the function's failure result.
+    std::function<std::vector<double>(bool& failed)> run;
+    long kept = 0;                 // blocks a failing run may keep (leaked by design)
+    bool reclaim = false;          // a kept block is the last one obtained: the test gives it back
+    std::function<void()> setup = [] {}, teardown = [] {};   // around each run, allocating freely
+};
+
+// Releases every cache the library fills on demand.
+void release_caches() {
+    QXFreeFftTbls();
+    QXFreePreemphasizeTbls();
+    QXsFreeWinHammingTbls(), QXsFreeWinHanningTbls(), QXsFreeWinBartlettTbls(), QXsFreeWinBlackmanTbls();
+    QXwFreeWinHammingTbls(), QXwFreeWinHanningTbls(), QXwFreeWinBartlettTbls(), QXwFreeWinBlackmanTbls();
+    QXwPatternFreeAll();
+    QXsPatternFreeAll();
+    QXHMMFreeAll();
+}
+
+// (allocation site, function) pairs whose failure a test has driven.
+std::set<std::pair<const void*, std::string>>& sites() {
+    static std::set<std::pair<const void*, std::string>> all;
+    return all;
+}
+
+class OutOfMemory : public LibTest {
+protected:
+    // Returns the number of allocations the call makes.
+    int each_failure(const Call& c) {
+        release_caches();
+        clear();
+        bool failed = false;
+        c.setup();
+        const std::vector<double> clean = c.run(failed);
+        c.teardown();
+        EXPECT_FALSE(failed) << c.name << " fails without a memory failure";
+        EXPECT_TRUE(got().empty()) << c.name;
+        release_caches();
+        for (int k = 1; k < 200; ++k) {
+            const long live = qx::testing::live_blocks();
+            c.setup();
+            clear();
+            std::vector<double> r;
+            failed = false;
+            {
+                FailAllocation f(k);
+                r = c.run(failed);
+            }
+            const auto reps = got();
+            bool noMem = false;
+            for (const auto& [code, fn, text] : reps) noMem |= code == QX_StsNoMem;
+            QXSetStatus(0);
+            c.teardown();
+            release_caches();
+            QXSetStatus(0);
+            if (noMem) sites().insert({qx::testing::failed_site(), c.name});
+            if (!noMem) {  // the call needed fewer than k allocations
+                EXPECT_FALSE(failed) << c.name << " allocation " << k;
+                EXPECT_EQ(r, clean) << c.name;
+                // (a block kept by an earlier failing run may be given back now)
+                EXPECT_LE(qx::testing::live_blocks(), live) << c.name;
+                return k - 1;
+            }
+            EXPECT_TRUE(failed) << c.name << " with allocation " << k << " failing";
+            EXPECT_LE(qx::testing::live_blocks(), live + c.kept) << c.name << " with allocation " << k << " failing";
+            if (c.reclaim && qx::testing::live_blocks() > live) qx::free(qx::testing::last_allocation());
+            if (c.kept == 0) {
+                EXPECT_EQ(qx::testing::live_blocks(), live) << c.name << " allocation " << k;
+            }
+        }
+        ADD_FAILURE() << c.name << " never succeeds";
+        return 0;
+    }
+};
+
+std::vector<double> as_doubles(const void* p, std::size_t bytes) {
+    std::vector<double> out(bytes);
+    for (std::size_t i = 0; i < bytes; ++i) out[i] = static_cast<const unsigned char*>(p)[i];
+    return out;
+}
+
+// Row-pointer arrays and tables of every type: the caller releases them.
+std::vector<Call> arrays() {
+    std::vector<Call> calls;
+    using Make = void** (*)(int, int);
+    const std::pair<const char*, Make> twoD[] = {
+        {"QXbAlloc2", reinterpret_cast<Make>(QXbAlloc2)}, {"QXnAlloc2", reinterpret_cast<Make>(QXnAlloc2)},
+        {"QXyAlloc2", reinterpret_cast<Make>(QXyAlloc2)}, {"QXtAlloc2", reinterpret_cast<Make>(QXtAlloc2)},
+        {"QXwAlloc2", reinterpret_cast<Make>(QXwAlloc2)}, {"QXiAlloc2", reinterpret_cast<Make>(QXiAlloc2)},
+        {"QXsAlloc2", reinterpret_cast<Make>(QXsAlloc2)}};
+    for (auto [name, make] : twoD)
+        calls.push_back({name, [make](bool& failed) {
+                             void** p = make(3, 5);
+                             failed = p == nullptr;
+                             if (p) QX_Free2(p, 3);
+                             return std::vector<double>{};
+                         }});
+    const std::pair<const char*, Make> tables[] = {
+        {"QXbAllocTable", reinterpret_cast<Make>(QXbAllocTable)}, {"QXnAllocTable", reinterpret_cast<Make>(QXnAllocTable)},
+        {"QXyAllocTable", reinterpret_cast<Make>(QXyAllocTable)}, {"QXtAllocTable", reinterpret_cast<Make>(QXtAllocTable)},
+        {"QXwAllocTable", reinterpret_cast<Make>(QXwAllocTable)}, {"QXiAllocTable", reinterpret_cast<Make>(QXiAllocTable)},
+        {"QXsAllocTable", reinterpret_cast<Make>(QXsAllocTable)}};
+    for (auto [name, make] : tables)
+        calls.push_back({name,
+                         [make](bool& failed) {
+                             void** p = make(3, 5);
+                             failed = p == nullptr;
+                             if (p) QX_FreeTable(p);
+                             return std::vector<double>{};
+                         },
+                         1, true});
+    return calls;
+}
+
+}  // namespace
+
+TEST_F(OutOfMemory, ArraysAndTables) {
+    for (const Call& c : arrays()) each_failure(c);
+}
+
+TEST_F(OutOfMemory, ConversionsAndFfts) {
+    const short shorts[32] = {100, -200, 300, -400, 500, -600, 700, -800, 900, -1000, 1100, -1200, 1300, -1400, 1500, -1600,
+                              17, -18, 19, -20, 21, -22, 23, -24, 25, -26, 27, -28, 29, -30, 31, -32};
+    std::vector<Call> calls = {
+        {"QXvwbConvert", [&](bool& failed) {
+             short out[8] = {};
+             int sf = 0;
+             QXvwbConvert(shorts, out, 8, 1, 0, &sf);
+             failed = QXGetStatus() < 0;
+             return as_doubles(out, sizeof out);
+         }, 1, true},
+        {"QXGetBitRevTbl", [](bool& failed) { failed = QXGetBitRevTbl(6) == nullptr; return std::vector<double>{}; }},
+        {"QXcGetFftTwdTbl", [](bool& failed) { failed = QXcGetFftTwdTbl(6) == nullptr; return std::vector<double>{}; }},
+        {"QXwGetFftTwdTbl", [](bool& failed) { failed = QXwGetFftTwdTbl(6) == nullptr; return std::vector<double>{}; }},
+    };
+    // Float transforms of 64 points, short ones on both paths (order 5 on
+    // 32-bit integers, order 11 through floats).
+    using FloatFft = void (*)(float*, int, int);
+    for (auto [name, fft] : {std::pair<const char*, FloatFft>{"QXcFft", QXcFft}, {"QXsRealFft", QXsRealFft}, {"QXsCcsFft", QXsCcsFft}})
+        calls.push_back({name, [fft = fft](bool& failed) {
+                             std::vector<float> v(128);
+                             for (int i = 0; i < 128; ++i) v[i] = static_cast<float>(i % 7) - 3.0f;
+                             fft(v.data(), 6, QX_FORWARD);
+                             failed = QXGetStatus() < 0;
+                             return std::vector<double>(v.begin(), v.end());
+                         }});
+    using ShortFft = void (*)(short*, int, int, int, int*);
+    for (auto [name, fft] : {std::pair<const char*, ShortFft>{"QXvFft", QXvFft}, {"QXwRealFft", QXwRealFft}, {"QXwCcsFft", QXwCcsFft}})
+        for (int order : {5, 11})
+            calls.push_back({name, [fft = fft, order](bool& failed) {
+                                 std::vector<short> v(2 << order);
+                                 for (std::size_t i = 0; i < v.size(); ++i) v[i] = static_cast<short>(i % 11 * 100);
+                                 int sf = 0;
+                                 fft(v.data(), order, QX_FORWARD, 3, &sf);
+                                 failed = QXGetStatus() < 0;
+                                 return std::vector<double>(v.begin(), v.end());
+                             }});
+    for (const Call& c : calls) each_failure(c);
+}
+
+TEST_F(OutOfMemory, FrontEnd) {
+    std::vector<Call> calls = {
+        {"QXwPreemphasize", [](bool& failed) {
+             short v[8] = {100, 200, 300, 400, 500, 600, 700, 800};
+             int sf = 0;
+             QXwPreemphasize(v, 0.9f, 8, 3, &sf);
+             failed = QXGetStatus() < 0;
+             return as_doubles(v, sizeof v);
+         }},
+    };
+    using SWin = void (*)(float*, int);
+    using WWin = void (*)(short*, int, int, int*);
+    for (auto [name, win] : {std::pair<const char*, SWin>{"QXsWinHamming", QXsWinHamming}, {"QXsWinHanning", QXsWinHanning},
+                             {"QXsWinBartlett", QXsWinBartlett}, {"QXsWinBlackman", QXsWinBlackman}})
+        calls.push_back({name, [win = win](bool& failed) {
+                             float v[9] = {1, 2, 3, 4, 5, 6, 7, 8, 9};
+                             win(v, 9);
+                             failed = QXGetStatus() < 0;
+                             return std::vector<double>(v, v + 9);
+                         }});
+    for (auto [name, win] : {std::pair<const char*, WWin>{"QXwWinHamming", QXwWinHamming}, {"QXwWinHanning", QXwWinHanning},
+                             {"QXwWinBartlett", QXwWinBartlett}, {"QXwWinBlackman", QXwWinBlackman}})
+        calls.push_back({name, [win = win](bool& failed) {
+                             short v[9] = {100, 200, 300, 400, 500, 600, 700, 800, 900};
+                             int sf = 0;
+                             win(v, 9, 3, &sf);
+                             failed = QXGetStatus() < 0;
+                             return as_doubles(v, sizeof v);
+                         }});
+    for (bool shorts : {false, true}) {
+        calls.push_back({shorts ? "QXwMFCCInit" : "QXsMFCCInit", [shorts](bool& failed) {
+                             QXMFCCFilters* f = (shorts ? QXwMFCCInit : QXsMFCCInit)(6, 8, 100, 4000, 8000, 0, 0, 0);
+                             failed = f == nullptr;
+                             std::vector<double> r;
+                             if (f) {
+                                 r = {double(f->firstPoint), double(f->lastPoint)};
+                                 QXsFreeMFCCFilters(f);
+                             }
+                             return r;
+                         }});
+        for (int doTransform : {0, 1}) {
+            auto bank = std::make_shared<QXMFCCFilters*>(nullptr);
+            Call c{shorts ? "QXwCepstralMFCC" : "QXsCepstralMFCC", [shorts, bank, doTransform](bool& failed) {
+                       float fv[64];
+                       short wv[64];
+                       for (int i = 0; i < 64; ++i) fv[i] = static_cast<float>(i % 5 + 1), wv[i] = static_cast<short>(100 * (i % 5 + 1));
+                       float fc[6] = {};
+                       short wc[6] = {};
+                       int sf = 0;
+                       if (shorts)
+                           QXwCepstralMFCC(doTransform, wv, *bank, wc, 6, 3, &sf);
+                       else
+                           QXsCepstralMFCC(doTransform, fv, *bank, fc, 6);
+                       failed = QXGetStatus() < 0;
+                       return shorts ? as_doubles(wc, sizeof wc) : std::vector<double>(fc, fc + 6);
+                   }};
+            c.setup = [bank] { *bank = QXsMFCCInit(6, 8, 100, 4000, 8000, 0, 0, 0); };
+            c.teardown = [bank, shorts] { (shorts ? QXwFreeMFCCFilters : QXsFreeMFCCFilters)(*bank); };
+            calls.push_back(c);
+        }
+    }
+    for (const Call& c : calls) each_failure(c);
+}
+
+TEST_F(OutOfMemory, StoresAndModels) {
+    static float r0[3] = {1, 2, 3}, r1[3] = {4, 5, 6}, r2[3] = {7, 8, 9};
+    static float* rows[3] = {r0, r1, r2};
+    static short w0[3] = {1, 2, 3}, w1[3] = {4, 5, 6}, w2[3] = {7, 8, 9};
+    static short* wrows[3] = {w0, w1, w2};
+    std::vector<Call> calls = {
+        {"QXsPatternIni", [](bool& failed) {
+             const int id = QXsPatternIni(rows, 3, 3);
+             failed = id < 0;
+             return std::vector<double>{double(id)};
+         }},
+        {"QXwPatternIni", [](bool& failed) {
+             const int id = QXwPatternIni(wrows, 3, 3, 0);
+             failed = id < 0;
+             return std::vector<double>{double(id)};
+         }},
+    };
+    for (bool shorts : {false, true}) {
+        Call c{shorts ? "QXwEvalDTW" : "QXsEvalDTW", [shorts](bool& failed) {
+                   const int ids[1] = {1};
+                   double ds[1] = {};
+                   int is[1] = {}, sf = 0;
+                   const int best = shorts ? QXwEvalDTW(ids, 1, wrows, 3, 3, 0, QX_DTW_L1 | QX_DTW_FIXED_END, 0, 0, 0, is, 3, &sf)
+                                           : QXsEvalDTW(ids, 1, rows, 3, 3, QX_DTW_L1 | QX_DTW_FIXED_END, 0.0, 0, ds);
+                   failed = best < 0;
+                   return std::vector<double>{double(best), ds[0], double(is[0])};
+               }};
+        c.setup = [shorts] { shorts ? QXwPatternIni(wrows, 3, 3, 0) : QXsPatternIni(rows, 3, 3); };
+        calls.push_back(c);
+    }
+    calls.push_back({"QXMaskConvolve", [](bool& failed) {
+                         unsigned char i0[4] = {1, 2, 3, 4}, i1[4] = {5, 6, 7, 8}, o0[4] = {}, o1[4] = {};
+                         unsigned char* image[2] = {i0, i1};
+                         unsigned char* out[2] = {o0, o1};
+                         signed char m0[2] = {1, 2}, m1[2] = {3, 4};
+                         signed char* mask[2] = {m0, m1};
+                         int sf = 0;
+                         const int r = QXMaskConvolve(image, mask, out, 2, 0, 2, 2, 4, 2, 2, nullptr, 3, &sf);
+                         failed = r < 0;
+                         std::vector<double> v = as_doubles(o0, 4), w = as_doubles(o1, 4);
+                         v.insert(v.end(), w.begin(), w.end());
+                         return v;
+                     },
+                     1, true});  // the mask table's pointer array, when its data block fails
+    for (bool shorts : {false, true})
+        calls.push_back({shorts ? "QXwMLPerceptron" : "QXsMLPerceptron", [shorts](bool& failed) {
+                             const int counts[2] = {2, 1};
+                             const float fin[2] = {0.5f, -0.25f}, fw[6] = {0.1f, 0.2f, 0.3f, 0.4f, 0.5f, 0.6f};
+                             const short win[2] = {100, -50}, ww[6] = {10, 20, 30, 40, 50, 60};
+                             float fo[1] = {};
+                             short wo[1] = {};
+                             int sf = 0;
+                             if (shorts)
+                                 QXwMLPerceptron(2, -8, win, 2, counts, -8, ww, wo, 3, &sf);
+                             else
+                                 QXsMLPerceptron(2, fin, 2, counts, fw, fo);
+                             failed = QXGetStatus() < 0;
+                             return std::vector<double>{fo[0], double(wo[0])};
+                         },
+                         2});  // the blocks of earlier layers may be kept
+    for (bool shorts : {false, true})
+        calls.push_back({shorts ? "QXwEvalGaussMix" : "QXsEvalGaussMix", [shorts](bool& failed) {
+                             float fw[1] = {1.0f}, fm[2] = {0.5f, 0.5f}, fd[2] = {1.0f, 1.0f};
+                             float* fmean[1] = {fm};
+                             float* fdiag[1] = {fd};
+                             short ww[1] = {1}, wm[2] = {1, 1}, wd[2] = {1, 1};
+                             short* wmean[1] = {wm};
+                             short* wdiag[1] = {wd};
+                             const float fv[2] = {0.0f, 1.0f};
+                             const short wv[2] = {0, 2};
+                             int sf = 0;
+                             std::vector<double> r;
+                             if (shorts) {
+                                 QXwGaussMixServer* s = QXwInitGaussMixServer(ww, wmean, nullptr, wdiag, 2, 1, 1, 0);
+                                 failed = s == nullptr;
+                                 if (s) {
+                                     r.push_back(QXwEvalGaussMix(s, wv, 2, 3, &sf));
+                                     failed = QXGetStatus() < 0;
+                                     QXSetStatus(0);  // as a caller does before cleaning up
+                                     QXwFreeGaussMixServer(s);
+                                 }
+                             } else {
+                                 QXsGaussMixServer* s = QXsInitGaussMixServer(fw, fmean, nullptr, fdiag, 2, 1, 1);
+                                 failed = s == nullptr;
+                                 if (s) {
+                                     r.push_back(QXsEvalGaussMix(s, fv, 2));
+                                     failed = QXGetStatus() < 0;
+                                     QXSetStatus(0);
+                                     QXsFreeGaussMixServer(s);
+                                 }
+                             }
+                             return r;
+                         },
+                         1});  // the first exponential table, when the second fails (rebuilt on the next use)
+    // Discrete servers: init, then a Viterbi score through a class.
+    for (bool shorts : {false, true})
+        calls.push_back({shorts ? "QXwInitHMMServer" : "QXsInitHMMServer", [shorts](bool& failed) {
+                             float t0[2] = {0.5f, 0.5f}, t1[2] = {9.0f, 0.0f}, b0[2] = {0.0f, 3.0f}, b1[2] = {2.0f, 0.0f}, ip[2] = {0.0f, 9.0f};
+                             float* t[2] = {t0, t1};
+                             float* b[2] = {b0, b1};
+                             short wt0[2] = {1, 1}, wt1[2] = {32767, 0}, wb0[2] = {0, 3}, wb1[2] = {2, 0}, wip[2] = {0, 32767};
+                             short* wt[2] = {wt0, wt1};
+                             short* wb[2] = {wb0, wb1};
+                             const int id = shorts ? QXwInitHMMServer(wt, wb, wip, 2, 2, QX_HMM_COST)
+                                                   : QXsInitHMMServer(t, b, ip, 2, 2, QX_HMM_COST);
+                             failed = id < 0;
+                             std::vector<double> r{double(id)};
+                             if (id > 0) {
+                                 const int obs[3] = {0, 1, 1};
+                                 int best = 0, sf = 0;
+                                 const int cls = QXCreateHMMClass();
+                                 failed = cls < 0 || QXAddHMMToClass(cls, id) < 0;
+                                 if (!failed) {
+                                     r.push_back(shorts ? QXwEvalHMMViterbi(-cls, obs, 3, &best, 3, &sf)
+                                                        : QXsEvalHMMViterbi(-cls, obs, 3, &best));
+                                     failed = QXGetStatus() < 0;
+                                 }
+                             }
+                             return r;
+                         }});
+    for (const Call& c : calls) each_failure(c);
+}
+
+TEST_F(OutOfMemory, ClassGainingItsSixtyFifthMember) {
+    float t0[1] = {1.0f}, b0[1] = {1.0f}, ip[1] = {1.0f};
+    float* t[1] = {t0};
+    float* b[1] = {b0};
+    const int cls = QXCreateHMMClass();
+    ASSERT_GT(cls, 0);
+    for (int k = 0; k < 64; ++k) ASSERT_EQ(QXAddHMMToClass(cls, QXsInitHMMServer(t, b, ip, 1, 1, 0)), 1);
+    const int id = QXsInitHMMServer(t, b, ip, 1, 1, 0);
+    ASSERT_GT(id, 0);
+    const long live = qx::testing::live_blocks();
+    {
+        FailAllocation f(1);
+        EXPECT_EQ(QXAddHMMToClass(cls, id), -1);
+    }
+    sites().insert({qx::testing::failed_site(), "QXAddHMMToClass"});
+    ASSERT_FALSE(got().empty());
+    EXPECT_EQ(std::get<0>(got().back()), QX_StsNoMem);
+    EXPECT_EQ(qx::testing::live_blocks(), live);
+    clear();
+    EXPECT_EQ(QXAddHMMToClass(cls, id), 1);  // with memory it joins
+    QXHMMFreeAll();
+}
+
+// Declared last, so it runs last: how much the loops above reached.
+TEST_F(OutOfMemory, Coverage) {
+    std::set<const void*> distinct;
+    std::set<std::string> functions;
+    for (const auto& [site, fn] : sites()) distinct.insert(site), functions.insert(fn);
+    std::printf("out-of-memory loops: %zu allocation sites, %zu (site, function) pairs, %zu functions\n",
+                distinct.size(), sites().size(), functions.size());
+    EXPECT_GE(distinct.size(), 40u);
+}
