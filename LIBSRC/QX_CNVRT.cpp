@@ -1,6 +1,7 @@
 // Scaled conversion between real and integer data, complex-to-real
 // conversion, and powers of two.
 #include <bit>
+#include <climits>
 #include <cmath>
 #include <cstdint>
 
@@ -37,7 +38,7 @@ constexpr std::array<double, 65> kEnlarge = powers_of_two(1);
 double scale_multiplier(int factor) noexcept {
     if (factor >= 0 && factor <= 64) return kShrink[factor];
     if (factor < 0 && factor >= -64) return kEnlarge[-factor];
-    return std::ldexp(1.0, -factor);
+    return std::ldexp(1.0, factor == INT_MIN ? INT_MAX : -factor);  // both give +inf
 }
 
 namespace {
@@ -411,7 +412,9 @@ QX_API void QXvwbConvert(const short* inVect, short* outVect, int n, int flags, 
         r.raise(QX_StsNoMem, "insufficiency of memory for pointer  tmpout");
         return;
     }
-    QXwsbConvertUp(inVect, tmpin, 2 * n, 0);
+    // 2n shorts; a length so negative that 2n leaves the int range is still
+    // refused as a length of zero or less.
+    QXwsbConvertUp(inVect, tmpin, n >= INT_MIN / 2 ? 2 * n : INT_MIN, 0);
     QXcsbConvert(tmpin, tmpout, n, flags);
     QXswbConvertDown(tmpout, outVect, n, doScale, scaleFactor);
     qx::free(tmpin);

@@ -46,14 +46,14 @@ void* grow(void*& raw, int& capacity, std::size_t count) noexcept {
     return p;
 }
 
-std::int32_t shift_right(std::int32_t v, int s) noexcept { return v >> (s < 31 ? s : 31); }
-std::int32_t shift_left(std::int32_t v, int s) noexcept {
+std::int32_t shift_right(std::int32_t v, std::int64_t s) noexcept { return v >> (s < 31 ? s : 31); }
+std::int32_t shift_left(std::int32_t v, std::int64_t s) noexcept {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(v) << (s & 31));
 }
 
 // Back to shorts with the output shift s: right by s for s >= 1, left by s
 // modulo 32 otherwise; doScale 3 saturates, 0 and 1 keep the low 16 bits.
-void store_shorts(const std::int32_t* v, short* out, std::size_t count, int s, int doScale) noexcept {
+void store_shorts(const std::int32_t* v, short* out, std::size_t count, std::int64_t s, int doScale) noexcept {
     if (doScale != 0 && doScale != 1 && doScale != 3)
         return;
     for (std::size_t i = 0; i < count; ++i) {
@@ -105,7 +105,8 @@ void core_short_as_int(short* samps, int order, int flags, int doScale, int* sca
             qx::fft::bit_reverse(v, half, rev);
         }
     }
-    int s = 6;
+    // Summed in 64 bits: the caller's factor is not range-checked on this path.
+    std::int64_t s = 6;
     if (scaleFactor != nullptr) {  // a missing factor counts as 0
         if (doScale == 1)
             s += *scaleFactor;

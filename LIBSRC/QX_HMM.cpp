@@ -579,10 +579,10 @@ int init_tabled(const Report& r, In** tprob, In** table, const TableTexts& tt, I
     // Every check runs; only what cannot be read (a missing array or row) is
     // passed over.
     if (tprob != nullptr)
-        for (int i = nStates - 1; i >= 0; --i)
+        for (int i = nStates; i-- > 0;)
             r.check(tprob[i] == nullptr, "tprob[i]==NULL");
     if (table != nullptr)
-        for (int i = nStates - 1; i >= 0; --i)
+        for (int i = nStates; i-- > 0;)
             r.check(table[i] == nullptr, tt.row);
     const ValueChecks v{r, (flags & 1) != 0};
     for (int i = 0; i < nStates; ++i) {
@@ -620,7 +620,7 @@ int init_continuous(const Report& r, In** tprob, In* iprob, void* const* outPdfs
     r.check(nStates <= 0, "nStates<=0");
     r.check(nQuant <= 0, "nQuant<=0");
     if (tprob != nullptr)
-        for (int i = nStates - 1; i >= 0; --i)
+        for (int i = nStates; i-- > 0;)
             r.check(tprob[i] == nullptr, "tprob[i]==NULL");
     const ValueChecks v{r, (flags & 1) != 0};
     if (tprob != nullptr)

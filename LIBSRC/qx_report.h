@@ -18,13 +18,36 @@
 // line and "..\LIBSRC\" plus the real file name.
 #pragma once
 
+#include <version>
+#if defined(__cpp_lib_source_location)
 #include <source_location>
+#endif
 
 #include "kvxpx.h"
 
 namespace qx {
 
+#if defined(__cpp_lib_source_location)
 using where = std::source_location;
+#else
+// For compilers whose standard library lacks std::source_location (clang 14
+// with libstdc++ 12): the same two members, filled in at the call site by the
+// builtins every GCC-compatible compiler has.
+struct where {
+    static constexpr where current(const char* file = __builtin_FILE(), int line = __builtin_LINE()) noexcept {
+        where w;
+        w.file_ = file;
+        w.line_ = line;
+        return w;
+    }
+    constexpr const char* file_name() const noexcept { return file_; }
+    constexpr unsigned line() const noexcept { return static_cast<unsigned>(line_); }
+
+private:
+    const char* file_ = "";
+    int line_ = 0;
+};
+#endif
 
 // "..\LIBSRC\<file name>" for the path the compiler recorded.
 const char* libsrc_path(const char* compiledPath) noexcept;
