@@ -1,5 +1,6 @@
 // Status word, error mode, error handlers and the reporting helper.
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -99,24 +100,37 @@ QX_API int QXStdError(int code, const char* functionName, const char* conditionT
 
 namespace {
 
-#if defined(_WIN32)
-constexpr int kAnswerOk = IDOK, kAnswerCancel = IDCANCEL, kAnswerYes = IDYES, kAnswerNo = IDNO;
+constexpr unsigned kStyleOkCancel = 0x1031;  // MB_OKCANCEL | MB_ICONEXCLAMATION | MB_SYSTEMMODAL
+constexpr unsigned kStyleYesNo = 0x14;       // MB_YESNO | MB_ICONHAND
+constexpr int kAnswerCancel = 2, kAnswerYes = 6;  // IDCANCEL, IDYES
+constexpr const char* kFatalText = "KVX:\nterminating the application";
 
-int ask(const char* text, const char* caption, bool yesNo) {
-    return MessageBoxA(nullptr, text, caption, yesNo ? (MB_YESNO | MB_ICONHAND) : (MB_OKCANCEL | MB_ICONEXCLAMATION | MB_SYSTEMMODAL));
+#if defined(_WIN32)
+static_assert(kStyleOkCancel == (MB_OKCANCEL | MB_ICONEXCLAMATION | MB_SYSTEMMODAL) && kStyleYesNo == (MB_YESNO | MB_ICONHAND));
+static_assert(kAnswerCancel == IDCANCEL && kAnswerYes == IDYES);
+
+// The message box itself.
+int platform_question(const char* text, const char* caption, unsigned style) {
+    return MessageBoxA(nullptr, text, caption, style);
 }
 
 [[noreturn]] void fatal_exit() {
-    FatalAppExitA(0, "KVX:\nterminating the application");
+    FatalAppExitA(0, kFatalText);
     std::_Exit(1);
 }
+
+// The system's formatted print into a buffer; it writes at most 1024 characters
+// and the terminating null.
+constexpr std::size_t kTextSize = 1025;
+#define QX_FORMAT(buffer, ...) wsprintfA(buffer, __VA_ARGS__)
 #else
-constexpr int kAnswerOk = 1, kAnswerCancel = 2, kAnswerYes = 6, kAnswerNo = 7;
+constexpr int kAnswerOk = 1, kAnswerNo = 7;
 
 // The two-button question on the terminal. Without a terminal, or without an
 // answer, the answer is the harmless one (OK, No): a process without a user is
 // never ended by this handler.
-int ask(const char* text, const char* caption, bool yesNo) {
+int platform_question(const char* text, const char* caption, unsigned style) {
+    const bool yesNo = style == kStyleYesNo;
     std::fprintf(stderr, "%s\n%s\n", caption, text);
     if (!isatty(STDIN_FILENO)) {
         std::fflush(stderr);
@@ -134,11 +148,20 @@ int ask(const char* text, const char* caption, bool yesNo) {
 }
 
 [[noreturn]] void fatal_exit() {
-    std::fputs("KVX:\nterminating the application\n", stderr);
+    std::fprintf(stderr, "%s\n", kFatalText);
     std::fflush(stderr);
     std::_Exit(1);
 }
+
+constexpr std::size_t kTextSize = 1000;
+#define QX_FORMAT(buffer, ...) std::snprintf(buffer, sizeof buffer, __VA_ARGS__)
 #endif
+
+qx::Question g_question = nullptr;  // a replacement for the platform's question
+
+int ask(const char* text, const char* caption, unsigned style) {
+    return g_question != nullptr ? g_question(text, caption, style) : platform_question(text, caption, style);
+}
 
 }  // namespace
 
@@ -155,30 +178,36 @@ extern "C" QX_API int QXWinError(int code, const char* functionName, const char*
     if (line < 0) line = 0;
     if (functionName == nullptr) functionName = "<unknown>";
 
-    char text[1000];
+    char text[kTextSize];
     char caption[100];
     if (code == QX_StsBackTrace) {
-        std::snprintf(text, sizeof text, "called from\n[%s:%d]:%s():\n%s", sourceFile, line, functionName, conditionText);
+        QX_FORMAT(text, "called from\n[%s:%d]:%s():\n%s", sourceFile, line, functionName, conditionText);
     } else if (code == QX_StsAutoTrace) {
-        std::snprintf(text, sizeof text, "called from\n[%s:%d]:%s(%s)", sourceFile, line, functionName, conditionText);
+        QX_FORMAT(text, "called from\n[%s:%d]:%s(%s)", sourceFile, line, functionName, conditionText);
     } else {
         g_status = code;
-        std::snprintf(text, sizeof text, "in function\n[%s:%d]:%s():\n%s", sourceFile, line, functionName, conditionText);
+        QX_FORMAT(text, "in function\n[%s:%d]:%s():\n%s", sourceFile, line, functionName, conditionText);
     }
     // The caption names the recorded status, so a trace shows the last error.
-    std::snprintf(caption, sizeof caption, "KVX Error: %s", QXErrorStr(g_status));
+    QX_FORMAT(caption, "KVX Error: %s", QXErrorStr(g_status));
 
-    if (ask(text, caption, false) == kAnswerCancel)
+    if (ask(text, caption, kStyleOkCancel) == kAnswerCancel)
         fatal_exit();
     if (g_mode != QX_ErrorModeLeaf)
         return code;
-    if (ask("QXStdErrMode=QX_ErrorModeLeaf\n  Terminate the application?", caption, true) == kAnswerYes)
+    if (ask("QXStdErrMode=QX_ErrorModeLeaf\n  Terminate the application?", caption, kStyleYesNo) == kAnswerYes)
         fatal_exit();
-    (void)kAnswerOk;
     return code;
 }
+#undef QX_FORMAT
 
 namespace qx {
+
+Question set_question(Question question) noexcept {
+    Question previous = g_question;
+    g_question = question;
+    return previous;
+}
 
 const char* current_message() noexcept { return g_message; }
 

@@ -94,6 +94,41 @@ void decimate(T* tbl1, const T* tbl2, int order) noexcept {
     }
 }
 
+// Behind the float table of an order in [4, kStageOrderMax], its twiddles
+// widened to double in the order the vector stages read them: for each stage
+// of q >= 4 butterflies per group (q = n/4, n/16, ...; twiddle stride
+// t = n/(4q)) and each pair of butterflies j, j + 1, the six vectors
+// (Re, Re) and (Im, Im) of W(mjt) and W(m(j+1)t) for m = 1, 2, 3. Widening is
+// exact, so a stage reading them computes what it would from the floats.
+constexpr int kStageOrderMax = 14;
+
+std::size_t stage_doubles(int order) noexcept {
+    std::size_t d = 0;
+    if (order >= 4 && order <= kStageOrderMax)
+        for (std::size_t q = points(order) / 4; q >= 4; q /= 4)
+            d += 12 * q;
+    return d;
+}
+
+void fill_stages(double* e, const float* w, int order) noexcept {
+    if (stage_doubles(order) == 0)
+        return;
+    std::size_t t = 1;
+    for (std::size_t q = points(order) / 4; q >= 4; q /= 4, t *= 4)
+        for (std::size_t j0 = 0; j0 < q; j0 += 2)
+            for (std::size_t m = 1; m <= 3; ++m, e += 8)
+                for (std::size_t h = 0; h < 2; ++h) {
+                    const float* p = w + 2 * (j0 + h) * m * t;
+                    e[2 * h] = e[2 * h + 1] = p[0];
+                    e[4 + 2 * h] = e[4 + 2 * h + 1] = p[1];
+                }
+}
+
+// The widened copies behind a table from QXcGetFftTwdTbl, or null.
+const double* stage_twiddles(const float* w, int order) noexcept {
+    return stage_doubles(order) ? reinterpret_cast<const double*>(w + 2 * points(order)) : nullptr;
+}
+
 inline bool avx2() noexcept { return qx::cpu::at_least(qx::cpu::Path::avx2); }
 
 #if QX_FFT_X86
@@ -209,17 +244,24 @@ QX_AVX2 inline void groups_avx2(float* x, std::size_t n, std::size_t q, TwOf tw)
     }
 }
 
-// One radix-4 stage with q >= 2.
-QX_AVX2 void stage_avx2(float* x, std::size_t n, std::size_t q, std::size_t t, const float* w) noexcept {
+// One radix-4 stage with q >= 2; `e` holds the stage's widened twiddles
+// (null: read the float table).
+QX_AVX2 void stage_avx2(float* x, std::size_t n, std::size_t q, std::size_t t, const float* w,
+                        const double* e) noexcept {
+    if (e) {
+        const auto* v = reinterpret_cast<const __m256d*>(e);
+        groups_avx2(x, n, q, [v](std::size_t j0) { return ExpandedTwiddles{v + 3 * j0}; });
+        return;
+    }
     constexpr std::size_t kMaxExpanded = 256;
     if (n / (4 * q) >= 4 && q <= kMaxExpanded) {
-        __m256d e[3 * kMaxExpanded];  // six vectors per pair of butterflies
+        __m256d ex[3 * kMaxExpanded];  // six vectors per pair of butterflies
         for (std::size_t j0 = 0; j0 < q; j0 += 2) {
             TableTwiddles tw{w, j0, t};
             for (std::size_t m = 1; m <= 3; ++m)
-                tw.get(m, e[3 * j0 + 2 * m - 2], e[3 * j0 + 2 * m - 1]);
+                tw.get(m, ex[3 * j0 + 2 * m - 2], ex[3 * j0 + 2 * m - 1]);
         }
-        groups_avx2(x, n, q, [e = static_cast<const __m256d*>(e)](std::size_t j0) { return ExpandedTwiddles{e + 3 * j0}; });
+        groups_avx2(x, n, q, [ex = static_cast<const __m256d*>(ex)](std::size_t j0) { return ExpandedTwiddles{ex + 3 * j0}; });
     } else {
         groups_avx2(x, n, q, [w, t](std::size_t j0) { return TableTwiddles{w, j0, t}; });
     }
@@ -231,47 +273,80 @@ QX_AVX2 inline __m256d sum_dif(__m256d uv) noexcept {
     return _mm256_add_pd(u, _mm256_xor_pd(v, _mm256_set_pd(-0.0, -0.0, 0.0, 0.0)));
 }
 
-// The q = 1 stage: groups of four, no twiddles.
-QX_AVX2 void stage_q1_avx2(float* x, std::size_t n) noexcept {
-    for (std::size_t g = 0; g < n; g += 4) {
-        float* p = x + 2 * g;
-        __m256d ab = load2(p), cd = load2(p + 4);
-        __m256d s = _mm256_add_pd(ab, cd), d = _mm256_sub_pd(ab, cd);  // (a + c, b + d), (a - c, b - d)
-        __m256d dm = _mm256_xor_pd(_mm256_permute_pd(d, 0b0110), _mm256_set_pd(-0.0, 0.0, 0.0, 0.0));
-        store2(p, sum_dif(s));       // a + b + c + d, (a + c) - (b + d)
-        store2(p + 4, sum_dif(dm));  // (a - c) - i(b - d), (a - c) + i(b - d)
+// The last pass fused with the bit reversal, in place (orders >= 4): the
+// q = 1 radix-4 stage for even orders, the radix-2 pass for odd ones. An index
+// splits into its top two bits T, middle bits M and low two bits L. The pass
+// combines the elements of equal T and M; the reversal takes (T, M, L) to
+// (rev L, rev M, rev T). So the 16 elements of middle M (four runs of four,
+// one per quarter) land as four runs of four at middle rev M: the runs are
+// transposed in float, widened, combined and stored whole, the blocks M and
+// rev M together.
+template <bool kRadix4>
+QX_AVX2 inline void last_block(const float* x, std::size_t quarter, std::size_t at, __m256 y[4]) noexcept {
+    // Runs in the lane order of their destination: quarters 0, 2, 1, 3.
+    const float* p = x + 2 * at;
+    const __m256d g0 = _mm256_castps_pd(_mm256_loadu_ps(p)), g1 = _mm256_castps_pd(_mm256_loadu_ps(p + 4 * quarter));
+    const __m256d g2 = _mm256_castps_pd(_mm256_loadu_ps(p + 2 * quarter));
+    const __m256d g3 = _mm256_castps_pd(_mm256_loadu_ps(p + 6 * quarter));
+    const __m256d t0 = _mm256_unpacklo_pd(g0, g1), t1 = _mm256_unpackhi_pd(g0, g1);
+    const __m256d t2 = _mm256_unpacklo_pd(g2, g3), t3 = _mm256_unpackhi_pd(g2, g3);
+    const __m256 v[4] = {_mm256_castpd_ps(_mm256_permute2f128_pd(t0, t2, 0x20)),
+                         _mm256_castpd_ps(_mm256_permute2f128_pd(t1, t3, 0x20)),
+                         _mm256_castpd_ps(_mm256_permute2f128_pd(t0, t2, 0x31)),
+                         _mm256_castpd_ps(_mm256_permute2f128_pd(t1, t3, 0x31))};  // element L of each run
+    __m128 half[2][4];
+    for (int h = 0; h < 2; ++h) {
+        __m256d u[4];
+        for (int l = 0; l < 4; ++l)
+            u[l] = _mm256_cvtps_pd(h ? _mm256_extractf128_ps(v[l], 1) : _mm256_castps256_ps128(v[l]));
+        const __m256d a = u[0], b = u[1], c = u[2], d = u[3];
+        __m256d r[4];  // by destination quarter
+        if constexpr (kRadix4) {
+            const __m256d s1 = _mm256_add_pd(a, c), s2 = _mm256_add_pd(b, d);
+            const __m256d d1 = _mm256_sub_pd(a, c), d2 = _mm256_sub_pd(b, d);
+            r[0] = _mm256_add_pd(s1, s2);
+            r[2] = _mm256_sub_pd(s1, s2);
+            r[1] = _mm256_add_pd(d1, flip_im(swap_pairs(d2)));  // (a - c) - i(b - d)
+            r[3] = _mm256_addsub_pd(d1, swap_pairs(d2));        // (a - c) + i(b - d)
+        } else {
+            r[0] = _mm256_add_pd(a, b);
+            r[2] = _mm256_sub_pd(a, b);
+            r[1] = _mm256_add_pd(c, d);
+            r[3] = _mm256_sub_pd(c, d);
+        }
+        for (int k = 0; k < 4; ++k)
+            half[h][k] = _mm256_cvtpd_ps(r[k]);
+    }
+    for (int k = 0; k < 4; ++k)
+        y[k] = _mm256_set_m128(half[1][k], half[0][k]);
+}
+
+template <bool kRadix4>
+QX_AVX2 void last_pass_reversed(float* x, std::size_t n, const int* rev) noexcept {
+    const std::size_t quarter = n / 4;
+    for (std::size_t at = 0; at < quarter; at += 4) {
+        const std::size_t to = static_cast<std::size_t>(rev[at]);  // 4 rev M
+        if (to < at)
+            continue;
+        __m256 y[4], z[4];
+        last_block<kRadix4>(x, quarter, at, y);
+        if (to != at) {
+            last_block<kRadix4>(x, quarter, to, z);
+            for (std::size_t k = 0; k < 4; ++k)
+                _mm256_storeu_ps(x + 2 * (k * quarter + at), z[k]);
+        }
+        for (std::size_t k = 0; k < 4; ++k)
+            _mm256_storeu_ps(x + 2 * (k * quarter + to), y[k]);
     }
 }
 
-// The closing radix-2 pass of odd orders.
-QX_AVX2 void pairs_avx2(float* x, std::size_t n) noexcept {
-    for (std::size_t k = 0; k < n; k += 2)
-        store2(x + 2 * k, sum_dif(load2(x + 2 * k)));
-}
-
-// The last pass writing straight into bit-reversed positions of `out`
-// (8 bytes per complex value): the q = 1 stage for even orders, the radix-2
-// pass for odd ones.
-QX_AVX2 inline void put2(std::uint64_t* out, const int* rev, std::size_t k, __m256d v) noexcept {
-    __m128 f = _mm256_cvtpd_ps(v);
-    _mm_storel_pi(reinterpret_cast<__m64*>(out + rev[k]), f);
-    _mm_storeh_pi(reinterpret_cast<__m64*>(out + rev[k + 1]), f);
-}
-
-QX_AVX2 void stage_q1_scatter(const float* x, std::size_t n, const int* rev, std::uint64_t* out) noexcept {
-    for (std::size_t g = 0; g < n; g += 4) {
-        const float* p = x + 2 * g;
-        __m256d ab = load2(p), cd = load2(p + 4);
-        __m256d s = _mm256_add_pd(ab, cd), d = _mm256_sub_pd(ab, cd);
-        __m256d dm = _mm256_xor_pd(_mm256_permute_pd(d, 0b0110), _mm256_set_pd(-0.0, 0.0, 0.0, 0.0));
-        put2(out, rev, g, sum_dif(s));
-        put2(out, rev, g + 2, sum_dif(dm));
-    }
-}
-
+// The closing radix-2 pass of order 3, into bit-reversed positions of `out`.
 QX_AVX2 void pairs_scatter(const float* x, std::size_t n, const int* rev, std::uint64_t* out) noexcept {
-    for (std::size_t k = 0; k < n; k += 2)
-        put2(out, rev, k, sum_dif(load2(x + 2 * k)));
+    for (std::size_t k = 0; k < n; k += 2) {
+        const __m128 f = _mm256_cvtpd_ps(sum_dif(load2(x + 2 * k)));
+        _mm_storel_pi(reinterpret_cast<__m64*>(out + rev[k]), f);
+        _mm_storeh_pi(reinterpret_cast<__m64*>(out + rev[k + 1]), f);
+    }
 }
 
 // The real split for pairs (k, m - k), (k + 1, m - k - 1) at a time, with the
@@ -326,6 +401,7 @@ void reorder(float* x, int order, const int* rev) noexcept {
 
 // Radix4<FloatOps>::run followed by the bit reversal, with the AVX2 stages
 // where the processor has them; the last pass then writes bit-reversed.
+// `w` comes from QXcGetFftTwdTbl (the widened copies may follow it).
 void float_core(float* x, int order, const float* w, const int* rev, bool inverse) noexcept {
     using Core = qx::fft::Radix4<FloatOps>;
     const std::size_t n = points(order);
@@ -337,22 +413,21 @@ void float_core(float* x, int order, const float* w, const int* rev, bool invers
 #if QX_FFT_X86
     if (inverse)
         FloatOps::conj(x, n);
+    const double* e = stage_twiddles(w, order);
     std::size_t t = 1;
-    for (std::size_t q = n / 4; q >= 2; q /= 4, t *= 4)
-        stage_avx2(x, n, q, t, w);
-    if (order <= kStackOrder) {
-        std::uint64_t tmp[std::size_t{1} << kStackOrder];
-        if (order & 1)
-            pairs_scatter(x, n, rev, tmp);
-        else
-            stage_q1_scatter(x, n, rev, tmp);
-        std::memcpy(x, tmp, 8 * n);
+    for (std::size_t q = n / 4; q >= 2; q /= 4, t *= 4) {
+        stage_avx2(x, n, q, t, w, q >= 4 ? e : nullptr);
+        if (e && q >= 4)
+            e += 12 * q;
+    }
+    if (order == 3) {
+        std::uint64_t tmp[8];
+        pairs_scatter(x, n, rev, tmp);
+        std::memcpy(x, tmp, sizeof tmp);
+    } else if (order & 1) {
+        last_pass_reversed<false>(x, n, rev);
     } else {
-        if (order & 1)
-            pairs_avx2(x, n);
-        else
-            stage_q1_avx2(x, n);
-        qx::fft::bit_reverse(x, order, rev);
+        last_pass_reversed<true>(x, n, rev);
     }
     if (inverse)  // conjugation commutes with the permutation
         FloatOps::conj(x, n);
@@ -492,11 +567,13 @@ QX_API float* QXcGetFftTwdTbl(int order) {
     r.check(order > 31, "order>31");
     if (r.failed())
         return nullptr;
-    return qx::fft::cached_table<float>(r, qx::context()->cTwd, order, 8 * points(order), [order](float* t, const float* finer) {
+    const std::size_t bytes = 8 * points(order) + 8 * stage_doubles(order);
+    return qx::fft::cached_table<float>(r, qx::context()->cTwd, order, bytes, [order](float* t, const float* finer) {
         if (finer)
             decimate(t, finer, order);
         else
             calc_twiddles(t, order);
+        fill_stages(reinterpret_cast<double*>(t + 2 * points(order)), t, order);
         return true;
     });
 }

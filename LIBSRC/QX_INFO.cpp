@@ -152,9 +152,9 @@ QX_API const char* QXGetSpecificLibraryName(void) { return "kvxpx.dll"; }
 
 QX_API QXLibraryInfo* QXGetLibraryInfo(QXLibraryInfo* info) {
     if (info != nullptr) {
-        info->version = 3;
-        info->release = 1;
-        info->build = 4;
+        info->version = KVXPX_VERSION_MAJOR;
+        info->release = KVXPX_VERSION_MINOR;
+        info->build = KVXPX_VERSION_PATCH;
     }
     return info;
 }

@@ -9,7 +9,9 @@
 //  180:  out[OR0 + H-1-m][OC0 + k] = in[R0 + m][C0 + W-1-k]
 // The quarter turns are transposes with the row order of one side reversed;
 // bytes go through 16x16 register transposes, bits through 8x8 bit-matrix
-// transposes, nibbles (and all ragged edges) pixel by pixel.
+// transposes, nibbles (and all ragged edges) pixel by pixel. With AVX2, bytes
+// go in strips of 128 columns down the whole image, 64x64 blocks written as
+// whole output lines, the strip's next rows fetched ahead.
 //
 // These functions stop at the first failed check and return the handler's
 // result, and they never look at the status word.
@@ -190,24 +192,28 @@ __attribute__((flatten)) void transpose_bytes_sse2(const Sides& s, i64 ic, i64 o
 #define QX_ROTATE_AVX2 1
 #include <immintrin.h>
 
+// The 16 rows src[i] + k: column k + i in the low half of x[i], k + 16 + i in the high one.
+QX_TARGET_AVX2 inline void rows16(const std::uint8_t* const* src, i64 k, __m256i x[16]) {
+    for (int i = 0; i < 16; ++i)
+        x[i] = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src[i] + k));
+    for (int round = 0; round < 4; ++round) {
+        __m256i y[16];
+        for (int i = 0; i < 8; ++i) {
+            y[2 * i] = _mm256_unpacklo_epi8(x[i], x[i + 8]);
+            y[2 * i + 1] = _mm256_unpackhi_epi8(x[i], x[i + 8]);
+        }
+        for (int i = 0; i < 16; ++i)
+            x[i] = y[i];
+    }
+}
+
 // 32 columns per step: the two 128-bit halves of each register transpose two
 // 16x16 blocks side by side (unpacking never crosses halves).
 struct Avx2Block {
     static constexpr i64 step = 32;
-    QX_TARGET_AVX2 static void run(const std::uint8_t* const* src, i64 k, std::uint8_t* const* d,
-                                                    i64 m) {
+    QX_TARGET_AVX2 static void run(const std::uint8_t* const* src, i64 k, std::uint8_t* const* d, i64 m) {
         __m256i x[16];
-        for (int i = 0; i < 16; ++i)
-            x[i] = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src[i] + k));
-        for (int round = 0; round < 4; ++round) {
-            __m256i y[16];
-            for (int i = 0; i < 8; ++i) {
-                y[2 * i] = _mm256_unpacklo_epi8(x[i], x[i + 8]);
-                y[2 * i + 1] = _mm256_unpackhi_epi8(x[i], x[i + 8]);
-            }
-            for (int i = 0; i < 16; ++i)
-                x[i] = y[i];
-        }
+        rows16(src, k, x);
         for (int i = 0; i < 16; ++i) {
             _mm_storeu_si128(reinterpret_cast<__m128i*>(d[i] + m), _mm256_castsi256_si128(x[i]));
             _mm_storeu_si128(reinterpret_cast<__m128i*>(d[16 + i] + m), _mm256_extracti128_si256(x[i], 1));
@@ -215,9 +221,81 @@ struct Avx2Block {
     }
 };
 
+// 64x64 bytes as whole 64-byte output lines, so that no output line is
+// written in parts (output rows lie a row pitch apart and few of them share
+// the first-level cache). Each 32x32 quarter is two 16x32 register transposes
+// whose halves are joined across lanes; the upper rows' quarter waits in a
+// buffer of whole vectors (written and read at the same size, so the reads
+// are forwarded from the writes).
+struct Avx2Block64 {
+    QX_TARGET_AVX2 static void run(const std::uint8_t* const* src, i64 k, std::uint8_t* const* d, i64 m) {
+        __m256i upper[64];  // column j of rows 0..31
+        for (int h = 0; h < 2; ++h)
+            for (int kh = 0; kh < 2; ++kh) {
+                __m256i a[16], b[16];
+                rows16(src + 32 * h, k + 32 * kh, a);
+                rows16(src + 32 * h + 16, k + 32 * kh, b);
+                for (int i = 0; i < 16; ++i) {
+                    const __m256i lo = _mm256_permute2x128_si256(a[i], b[i], 0x20);  // column 32 kh + i
+                    const __m256i hi = _mm256_permute2x128_si256(a[i], b[i], 0x31);  // column 32 kh + 16 + i
+                    const int j = 32 * kh + i;
+                    if (h == 0) {
+                        upper[j] = lo;
+                        upper[j + 16] = hi;
+                    } else {
+                        _mm256_storeu_si256(reinterpret_cast<__m256i*>(d[j] + m), upper[j]);
+                        _mm256_storeu_si256(reinterpret_cast<__m256i*>(d[j] + m + 32), lo);
+                        _mm256_storeu_si256(reinterpret_cast<__m256i*>(d[j + 16] + m), upper[j + 16]);
+                        _mm256_storeu_si256(reinterpret_cast<__m256i*>(d[j + 16] + m + 32), hi);
+                    }
+                }
+            }
+    }
+};
+
+constexpr i64 kStrip = 128;  // input columns (output rows) of one strip
+
+// Columns [0, Ws) of input rows [0, Hs), both multiples of 64, a strip of
+// columns at a time down the whole image; the next 64 input rows of the strip
+// are fetched ahead while a block is turned.
+QX_TARGET_AVX2 void strip_transpose_avx2(const Sides& s, i64 ic, i64 oc, i64 Hs, i64 Ws) {
+    if (Hs == 0 || Ws == 0)
+        return;
+    std::uint8_t* dst[kStrip];
+    const std::uint8_t* src[64];
+    for (i64 kt = 0; kt < Ws; kt += kStrip) {
+        const i64 kEnd = kt + kStrip < Ws ? kt + kStrip : Ws;
+        for (i64 k = kt; k < kEnd; ++k)
+            dst[k - kt] = s.out(k) + oc;
+        for (int i = 0; i < 64; ++i)
+            src[i] = s.in(i) + ic;
+        for (i64 m = 0; m < Hs; m += 64) {
+            const std::uint8_t* next[64];
+            const bool more = m + 64 < Hs;
+            for (int i = 0; i < 64 && more; ++i) {
+                next[i] = s.in(m + 64 + i) + ic;
+                for (i64 k = kt; k < kEnd; k += 64)
+                    _mm_prefetch(reinterpret_cast<const char*>(next[i] + k), _MM_HINT_T1);
+            }
+            for (i64 k = kt; k < kEnd; k += 64)
+                Avx2Block64::run(src, k, dst + (k - kt), m);
+            if (more)
+                std::memcpy(src, next, sizeof src);
+        }
+    }
+}
+
 QX_TARGET_AVX2 __attribute__((flatten)) void transpose_bytes_avx2(const Sides& s, i64 ic, i64 oc, i64 Hs, i64 Ws) {
+    const i64 H64 = Hs & ~i64{63}, W64 = Ws & ~i64{63};
+    strip_transpose_avx2(s, ic, oc, H64, W64);
+    // The rows below the last 64 and the columns right of it, 32 and 16 at a time.
+    Sides below = s;
+    below.inFirst += below.inStep * H64;
+    tiled_transpose<Avx2Block>(below, ic, oc + H64, Hs - H64, W64);
     const i64 W32 = Ws & ~i64{31};
-    tiled_transpose<Avx2Block>(s, ic, oc, Hs, W32);
+    Sides right = s;
+    right.outFirst += right.outStep * W64;
+    tiled_transpose<Avx2Block>(right, ic + W64, oc, Hs, W32 - W64);
     // A last block of 16 columns.
     if (W32 < Ws) {
         Sides rest = s;

@@ -23,6 +23,13 @@
 #include "qx_alloc.h"
 #include "qx_report.h"
 
+// Products and sums round separately wherever these kernels are compiled,
+// whatever instruction set the including file targets: no fused multiply-add.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC push_options
+#pragma GCC optimize("fp-contract=off")
+#endif
+
 namespace qx::fft {
 
 constexpr int kRealIn = 0x04000000;   // short core: real signal in, packed spectrum out
@@ -340,3 +347,7 @@ void packed_unsplit(typename Ops::T* z, std::size_t m, const typename Ops::W* W,
 }
 
 }  // namespace qx::fft
+
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC pop_options
+#endif

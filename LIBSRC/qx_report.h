@@ -27,6 +27,14 @@
 
 namespace qx {
 
+// The two-button question of QXWinError (a message box on Windows, the
+// terminal elsewhere): text, caption and message-box style in, the answer out
+// (1 OK, 2 Cancel, 6 Yes, 7 No). set_question installs a replacement (null
+// restores the platform's) and returns the one it replaces; tests answer with
+// it so that no box waits for a person.
+using Question = int (*)(const char* text, const char* caption, unsigned style);
+Question set_question(Question question) noexcept;
+
 #if defined(__cpp_lib_source_location)
 using where = std::source_location;
 #else

@@ -35,7 +35,17 @@
 #ifndef KVXPX_H
 #define KVXPX_H
 
-#if defined(_WIN32)
+/* The library's version; QXGetLibraryInfo reports the same three numbers. */
+#define KVXPX_VERSION_MAJOR 3
+#define KVXPX_VERSION_MINOR 1
+#define KVXPX_VERSION_PATCH 4
+#define KVXPX_VERSION_STRING "3.1.4"
+
+/* On Windows the functions come from kvxpx.dll; define KVX_STATIC when linking
+ * the static archive instead. */
+#if defined(_WIN32) && defined(KVX_STATIC)
+#  define QX_API
+#elif defined(_WIN32)
 #  if defined(KVX_BUILDING)
 #    define QX_API __declspec(dllexport)
 #  else
@@ -514,7 +524,9 @@ typedef struct QXMFCCPoint {
     } entry[2];
 } QXMFCCPoint;                   /* 40 bytes */
 
-/* A filter bank, owned by the caller until QXsFreeMFCCFilters. */
+/* A filter bank. It belongs to the library from QXsMFCCInit or QXwMFCCInit
+ * until QXsFreeMFCCFilters (or QXwFreeMFCCFilters) releases it: read it, do not
+ * change or free it yourself. */
 typedef struct QXMFCCFilters {
     int id;            /* differs between live banks */
     int order;

@@ -6,6 +6,7 @@
 #include <complex>
 #include <cstdint>
 #include <functional>
+#include <numbers>
 #include <string>
 #include <utility>
 #include <vector>
@@ -75,7 +76,7 @@ std::vector<double> ref_log_spectrum(const std::vector<float>& x) {
     for (std::size_t k = 0; k <= n / 2; ++k) {
         std::complex<double> sum = 0;
         for (std::size_t j = 0; j < n; ++j)
-            sum += double{x[j]} * std::polar(1.0, -2.0 * M_PI * static_cast<double>(j * k % n) / static_cast<double>(n));
+            sum += double{x[j]} * std::polar(1.0, -2.0 * std::numbers::pi * static_cast<double>(j * k % n) / static_cast<double>(n));
         s[k] = 0.5 * std::log10(std::norm(sum));
     }
     return s;
