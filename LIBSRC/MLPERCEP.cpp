@@ -19,9 +19,6 @@
 
 namespace {
 
-constexpr qx::Report kFloatNet{"QXsMLPerceptron"};
-constexpr qx::Report kShortNet{"QXwMLPerceptron"};
-
 using std::size_t;
 
 inline double logistic(double sum) { return 1.0 / (std::exp(-sum) + 1.0); }
@@ -72,7 +69,7 @@ extern "C" {
 
 QX_API void QXsMLPerceptron(int numberOfInputs, const float* input, int numberOfLayers, const int* layerNeuronCounts,
                             const float* weights, float* output) {
-    const qx::Report& r = kFloatNet;
+    constexpr qx::Report r{"QXsMLPerceptron"};
     r.check(numberOfInputs <= 0, "numberOfInputs<=0");
     r.check(numberOfLayers <= 0, "numberOfLayers<=0");
     r.check(input == nullptr, "input==0");
@@ -95,7 +92,8 @@ QX_API void QXsMLPerceptron(int numberOfInputs, const float* input, int numberOf
                 if (l > 0)
                     qx::free(const_cast<float*>(in));
                 // Reported under the 16-bit member's name, as it always was.
-                kShortNet.raise(QX_StsNoMem, "insufficiency of memory for pointer  outputBlockPtr");
+                constexpr qx::Report shortNet{"QXwMLPerceptron"};
+                shortNet.raise(QX_StsNoMem, "insufficiency of memory for pointer  outputBlockPtr");
                 return;
             }
         } else if (!count_of(layerNeuronCounts[l], &n)) {
@@ -113,7 +111,7 @@ QX_API void QXsMLPerceptron(int numberOfInputs, const float* input, int numberOf
 QX_API void QXwMLPerceptron(int numberOfInputs, int inputScaleFactor, const short* input, int numberOfLayers,
                             const int* layerNeuronCounts, int weightsScaleFactor, const short* weights, short* output,
                             int doScale, int* scaleFactor) {
-    const qx::Report& r = kShortNet;
+    constexpr qx::Report r{"QXwMLPerceptron"};
     r.check(numberOfInputs <= 0, "numberOfInputs<=0");
     r.scaling(doScale, scaleFactor);
     r.check(numberOfLayers <= 0, "numberOfLayers<=0");

@@ -149,16 +149,14 @@ void** alloc_table(const qx::Report& r, Kind kind, int nRows, int nCols, const q
     return rows;
 }
 
-constexpr qx::Report kFree2{"QX_Free2"};
-constexpr qx::Report kFreeTable{"QX_FreeTable"};
-
 }  // namespace
 
 extern "C" {
 
 QX_API int QX_Free2(void* ptr, int nRows) {
-    kFree2.check(nRows < 1, "nRows<=0");
-    kFree2.check(ptr == nullptr, "ptr==0");
+    constexpr qx::Report r{"QX_Free2"};
+    r.check(nRows < 1, "nRows<=0");
+    r.check(ptr == nullptr, "ptr==0");
     if (qx::Report::failed())
         return -1;
     auto rows = static_cast<void**>(ptr);
@@ -169,8 +167,9 @@ QX_API int QX_Free2(void* ptr, int nRows) {
 }
 
 QX_API int QX_FreeTable(void* ptr) {
+    constexpr qx::Report r{"QX_FreeTable"};
     if (ptr == nullptr) {
-        kFreeTable.raise(QX_StsBadArg, "ptr==((void *)0)");
+        r.raise(QX_StsBadArg, "ptr==((void *)0)");
         return -1;
     }
     auto rows = static_cast<void**>(ptr);
@@ -179,17 +178,17 @@ QX_API int QX_FreeTable(void* ptr) {
     return 0;
 }
 
-#define QX_ALLOC_FAMILY(L, T, KIND, ROWFAIL, TABLENAME)                                      \
-    QX_API T** QX##L##Alloc2(int nRows, int nCols) {                                          \
-        static constexpr qx::Report r{"QX" #L "Alloc2"};                                      \
-        return reinterpret_cast<T**>(alloc2(r, KIND, nRows, nCols, ROWFAIL));                  \
-    }                                                                                         \
-    QX_API T** QX##L##AllocTable(int nRows, int nCols) {                                      \
-        static constexpr qx::Report r{"QX" #L "AllocTable"};                                  \
-        static constexpr qx::Report block{TABLENAME};                                         \
-        return reinterpret_cast<T**>(alloc_table(r, KIND, nRows, nCols, block));               \
-    }                                                                                         \
-    QX_API int QX##L##Free2(T** ptr, int nRows) { return QX_Free2(ptr, nRows); }              \
+#define QX_ALLOC_FAMILY(L, T, KIND, ROWFAIL, TABLENAME)                          \
+    QX_API T** QX##L##Alloc2(int nRows, int nCols) {                             \
+        constexpr qx::Report r{"QX" #L "Alloc2"};                                \
+        return reinterpret_cast<T**>(alloc2(r, KIND, nRows, nCols, ROWFAIL));    \
+    }                                                                            \
+    QX_API T** QX##L##AllocTable(int nRows, int nCols) {                         \
+        constexpr qx::Report r{"QX" #L "AllocTable"};                            \
+        constexpr qx::Report block{TABLENAME};                                   \
+        return reinterpret_cast<T**>(alloc_table(r, KIND, nRows, nCols, block)); \
+    }                                                                            \
+    QX_API int QX##L##Free2(T** ptr, int nRows) { return QX_Free2(ptr, nRows); } \
     QX_API int QX##L##FreeTable(T** ptr) { return QX_FreeTable(ptr); }
 
 QX_ALLOC_FAMILY(b, unsigned char, Kind::Bit, "Current float vector can not be allocated", "QXbAllocTable")

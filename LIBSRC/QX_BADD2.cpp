@@ -1,71 +1,8 @@
 // In-place element-wise addition: srcDst[k] = srcDst[k] + src[k].
-#include "kvxpx.h"
-#include "qx_report.h"
-#include "qx_scale.h"
+#include "qx_arith_forms.h"
 
 extern "C" {
 
-QX_API int QXnbAdd2(const unsigned char* src, unsigned char* srcDst, int srcStartPos, int dstStartPos, int n, int doScale, int* scaleFactor) {
-    constexpr qx::Report r{"QXnbAdd2"};
-    r.check(srcStartPos < 0, "srcStartPos<0");
-    r.check(srcStartPos > 1, "srcStartPos>1");
-    r.check(dstStartPos < 0, "dstStartPos<0");
-    r.check(dstStartPos > 1, "dstStartPos>1");
-    r.scaling(doScale, scaleFactor);
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(srcDst == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return QXGetStatus();
-    qx::Outcome o = qx::nib2<qx::Add>(src, srcDst, srcStartPos, dstStartPos, n, doScale, scaleFactor);
-    return r.range(o.over, o.under);
-}
-
-QX_API int QXybAdd2(const unsigned char* src, unsigned char* srcDst, int n, int doScale, int* scaleFactor) {
-    constexpr qx::Report r{"QXybAdd2"};
-    r.scaling(doScale, scaleFactor);
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(srcDst == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return QXGetStatus();
-    qx::Outcome o = qx::vec2<qx::U8, qx::Add>(src, srcDst, n, doScale, scaleFactor);
-    return r.range(o.over, o.under);
-}
-
-QX_API int QXtbAdd2(const signed char* src, signed char* srcDst, int n, int doScale, int* scaleFactor) {
-    constexpr qx::Report r{"QXtbAdd2"};
-    r.scaling(doScale, scaleFactor);
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(srcDst == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return QXGetStatus();
-    qx::Outcome o = qx::vec2<qx::S8, qx::Add>(src, srcDst, n, doScale, scaleFactor);
-    return r.range(o.over, o.under);
-}
-
-QX_API int QXwbAdd2(const short* src, short* srcDst, int n, int doScale, int* scaleFactor) {
-    constexpr qx::Report r{"QXwbAdd2"};
-    r.scaling(doScale, scaleFactor);
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(srcDst == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return QXGetStatus();
-    qx::Outcome o = qx::vec2<qx::S16, qx::Add>(src, srcDst, n, doScale, scaleFactor);
-    return r.range(o.over, o.under);
-}
-
-QX_API int QXsbAdd2(const float* src, float* srcDst, int n) {
-    constexpr qx::Report r{"QXsbAdd2"};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(srcDst == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return QXGetStatus();
-    qx::float_map(srcDst, src, srcDst, n, qx::FAdd{});
-    return 0;
-}
+QX_ARITH_FORM2(Add, qx::Add, qx::FAdd, 0, 0, "QXybAdd2")
 
 }  // extern "C"

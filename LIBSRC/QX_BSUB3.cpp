@@ -1,76 +1,8 @@
 // Element-wise subtraction into a third vector: dst[k] = srcB[k] - srcA[k].
-#include "kvxpx.h"
-#include "qx_report.h"
-#include "qx_scale.h"
+#include "qx_arith_forms.h"
 
 extern "C" {
 
-QX_API int QXnbSub3(const unsigned char* srcA, const unsigned char* srcB, unsigned char* dst, int srcStartPos, int dstStartPos, int n, int doScale, int* scaleFactor) {
-    constexpr qx::Report r{"QXnbSub3"};
-    r.check(srcStartPos < 0, "srcStartPos<0");
-    r.check(srcStartPos > 1, "srcStartPos>1");
-    r.check(dstStartPos < 0, "dstStartPos<0");
-    r.check(dstStartPos > 1, "dstStartPos>1");
-    r.scaling(doScale, scaleFactor);
-    r.check(n <= 0, "n<=0");
-    r.check(srcA == nullptr, "srcA==0");
-    r.check(srcB == nullptr, "srcB==0");
-    r.check(dst == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return QXGetStatus();
-    qx::Outcome o = qx::nib3<qx::Sub>(srcB, srcA, dst, srcStartPos, dstStartPos, n, doScale, scaleFactor);
-    return r.range(o.over, o.under);
-}
-
-QX_API int QXybSub3(const unsigned char* srcA, const unsigned char* srcB, unsigned char* dst, int n, int doScale, int* scaleFactor) {
-    constexpr qx::Report r{"QXybSub3"};
-    r.scaling(doScale, scaleFactor);
-    r.check(n <= 0, "n<=0");
-    r.check(srcA == nullptr, "srcA==0");
-    r.check(srcB == nullptr, "srcB==0");
-    r.check(dst == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return QXGetStatus();
-    qx::Outcome o = qx::vec3<qx::U8, qx::Sub>(srcB, srcA, dst, n, doScale, scaleFactor);
-    return r.range(o.over, o.under);
-}
-
-QX_API int QXtbSub3(const signed char* srcA, const signed char* srcB, signed char* dst, int n, int doScale, int* scaleFactor) {
-    constexpr qx::Report r{"QXtbSub3"};
-    r.scaling(doScale, scaleFactor);
-    r.check(n <= 0, "n<=0");
-    r.check(srcA == nullptr, "srcA==0");
-    r.check(srcB == nullptr, "srcB==0");
-    r.check(dst == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return QXGetStatus();
-    qx::Outcome o = qx::vec3<qx::S8, qx::Sub>(srcB, srcA, dst, n, doScale, scaleFactor);
-    return r.range(o.over, o.under);
-}
-
-QX_API int QXwbSub3(const short* srcA, const short* srcB, short* dst, int n, int doScale, int* scaleFactor) {
-    constexpr qx::Report r{"QXwbSub3"};
-    r.scaling(doScale, scaleFactor);
-    r.check(n <= 0, "n<=0");
-    r.check(srcA == nullptr, "srcA==0");
-    r.check(srcB == nullptr, "srcB==0");
-    r.check(dst == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return QXGetStatus();
-    qx::Outcome o = qx::vec3<qx::S16, qx::Sub>(srcB, srcA, dst, n, doScale, scaleFactor);
-    return r.range(o.over, o.under);
-}
-
-QX_API int QXsbSub3(const float* srcA, const float* srcB, float* dst, int n) {
-    constexpr qx::Report r{"QXsbSub3"};
-    r.check(n <= 0, "n<=0");
-    r.check(srcA == nullptr, "srcA==0");
-    r.check(srcB == nullptr, "srcB==0");
-    r.check(dst == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return QXGetStatus();
-    qx::float_map(srcB, srcA, dst, n, qx::FSub{});
-    return 0;
-}
+QX_ARITH_FORM3(Sub, qx::Sub, qx::FSub, srcB, srcA)
 
 }  // extern "C"

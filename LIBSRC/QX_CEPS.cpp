@@ -258,12 +258,12 @@ double mel(double hz) noexcept { return 2595.0 * std::log10(1.0 + hz * kInv700);
 double mel_to_hz(double m) noexcept { return 700.0 * (std::pow(10.0, m * kInv2595) - 1.0); }
 
 int owns_dct(const double* inVect, int n, float* outVect, int nCoefficients, double c0, double c1) noexcept {
-    constexpr Report r{"OwnsDct"};
+    constexpr qx::Report r{"OwnsDct"};
     r.check(n <= 0, "n<=0");
     r.check(nCoefficients <= 0, "nCoefficients<=0");
     r.check(inVect == nullptr, "inVect==0");
     r.check(outVect == nullptr, "outVect==0");
-    if (Report::failed())
+    if (qx::Report::failed())
         return QXGetStatus();
 
     Context* ctx = context();

@@ -193,12 +193,15 @@ void checked_down(const Report& r, const Real* in, Int* out, int n, int doScale,
     r.check(n <= 0, "n<=0", loc);
     r.check(in == nullptr, "inVect==0", loc);
     r.check(out == nullptr, "outVect==0", loc);
-    if (Report::failed() || n <= 0 || in == nullptr || out == nullptr || scaleFactor == nullptr)
+    if (qx::Report::failed() || n <= 0 || in == nullptr || out == nullptr || scaleFactor == nullptr)
         return;
     convert_down_t(r, in, out, n, doScale, scaleFactor);
 }
 
-// One value: the block rules with the block reduced to that value.
+// One value: the block rules with the block reduced to that value. The
+// single-value down conversions depart from the usual shape: they make only
+// the scaling checks and do not test the status word, so a pending error does
+// not stop them.
 template <class Real, class Int>
 Int convert_one(const Report& r, const Report& odd, Real value, int doScale, int* scaleFactor, const char* searchFailed,
                 where loc = where::current()) noexcept {
@@ -262,7 +265,7 @@ void checked_up(const Report& r, const In* in, Out* out, int n, int scaleFactor,
     r.check(n <= 0, "n<=0", loc);
     r.check(in == nullptr, "inVect==0", loc);
     r.check(out == nullptr, "outVect==0", loc);
-    if (Report::failed() || n <= 0 || in == nullptr || out == nullptr)
+    if (qx::Report::failed() || n <= 0 || in == nullptr || out == nullptr)
         return;
     up_block(in, out, n, scaleFactor);
 }
@@ -271,7 +274,7 @@ template <class Out, class In>
 Out up_one(const Report& r, In value, int scaleFactor, where loc = where::current()) noexcept {
     r.check(scaleFactor < -64, "scaleFactor<-64", loc);
     r.check(scaleFactor > 64, "scaleFactor>64", loc);
-    if (Report::failed())
+    if (qx::Report::failed())
         return 0;
     const double v = value;
     return static_cast<Out>(scaleFactor == 0 ? v : v * scale_multiplier(scaleFactor));
@@ -298,83 +301,82 @@ void convert_up(const int* in, float* out, int n, int sf) noexcept { up_block(in
 
 }  // namespace qx
 
-using qx::Report;
 
 extern "C" {
 
 QX_API void QXswbConvertDown(const float* inVect, short* outVect, int n, int doScale, int* scaleFactor) {
-    static constexpr Report r{"QXswbConvertDown"};
+    constexpr qx::Report r{"QXswbConvertDown"};
     qx::checked_down(r, inVect, outVect, n, doScale, scaleFactor);
 }
 QX_API void QXdwbConvertDown(const double* inVect, short* outVect, int n, int doScale, int* scaleFactor) {
-    static constexpr Report r{"QXdwbConvertDown"};
+    constexpr qx::Report r{"QXdwbConvertDown"};
     qx::checked_down(r, inVect, outVect, n, doScale, scaleFactor);
 }
 QX_API void QXsibConvertDown(const float* inVect, int* outVect, int n, int doScale, int* scaleFactor) {
-    static constexpr Report r{"QXsibConvertDown"};
+    constexpr qx::Report r{"QXsibConvertDown"};
     qx::checked_down(r, inVect, outVect, n, doScale, scaleFactor);
 }
 QX_API void QXdibConvertDown(const double* inVect, int* outVect, int n, int doScale, int* scaleFactor) {
-    static constexpr Report r{"QXdibConvertDown"};
+    constexpr qx::Report r{"QXdibConvertDown"};
     qx::checked_down(r, inVect, outVect, n, doScale, scaleFactor);
 }
 
 // The single-value forms report an unknown doScale under older names.
 QX_API short QXswConvertDown(float value, int doScale, int* scaleFactor) {
-    static constexpr Report r{"QXswConvertDown"}, odd{"QX_swConvertDown"};
+    constexpr qx::Report r{"QXswConvertDown"}, odd{"QX_swConvertDown"};
     return qx::convert_one<float, short>(r, odd, value, doScale, scaleFactor, qx::kSearchFailed);
 }
 QX_API short QXdwConvertDown(double value, int doScale, int* scaleFactor) {
-    static constexpr Report r{"QXdwConvertDown"}, odd{"QX_dwConvertDown"};
+    constexpr qx::Report r{"QXdwConvertDown"}, odd{"QX_dwConvertDown"};
     return qx::convert_one<double, short>(r, odd, value, doScale, scaleFactor, qx::kSearchFailed);
 }
 QX_API int QXsiConvertDown(float value, int doScale, int* scaleFactor) {
-    static constexpr Report r{"QXsiConvertDown"}, odd{"QX_siConvert"};
+    constexpr qx::Report r{"QXsiConvertDown"}, odd{"QX_siConvert"};
     return qx::convert_one<float, int>(
         r, odd, value, doScale, scaleFactor,
         "Internal Error,                                     Binary Search could not find a scaling factor");
 }
 QX_API int QXdiConvertDown(double value, int doScale, int* scaleFactor) {
-    static constexpr Report r{"QXdiConvertDown"}, odd{"QX_diConvert"};
+    constexpr qx::Report r{"QXdiConvertDown"}, odd{"QX_diConvert"};
     return qx::convert_one<double, int>(r, odd, value, doScale, scaleFactor, qx::kSearchFailed);
 }
 
 QX_API void QXwsbConvertUp(const short* inVect, float* outVect, int n, int scaleFactor) {
-    static constexpr Report r{"QXwsbConvertUp"};
+    constexpr qx::Report r{"QXwsbConvertUp"};
     qx::checked_up(r, inVect, outVect, n, scaleFactor);
 }
 QX_API void QXwdbConvertUp(const short* inVect, double* outVect, int n, int scaleFactor) {
-    static constexpr Report r{"QXwdbConvertUp"};
+    constexpr qx::Report r{"QXwdbConvertUp"};
     qx::checked_up(r, inVect, outVect, n, scaleFactor);
 }
 QX_API void QXidbConvertUp(const int* inVect, double* outVect, int n, int scaleFactor) {
-    static constexpr Report r{"QXidbConvertUp"};
+    constexpr qx::Report r{"QXidbConvertUp"};
     qx::checked_up(r, inVect, outVect, n, scaleFactor);
 }
 QX_API void QXisbConvertUp(const int* inVect, float* outVect, int n, int scaleFactor) {
-    static constexpr Report r{"QXisbConvert"};
+    constexpr qx::Report r{"QXisbConvert"};
     qx::checked_up(r, inVect, outVect, n, scaleFactor);
 }
 QX_API float QXwsConvertUp(short value, int scaleFactor) {
-    static constexpr Report r{"QXwsConvertUp"};
+    constexpr qx::Report r{"QXwsConvertUp"};
     return qx::up_one<float>(r, value, scaleFactor);
 }
 QX_API double QXwdConvertUp(short value, int scaleFactor) {
-    static constexpr Report r{"QXwdConvertUp"};
+    constexpr qx::Report r{"QXwdConvertUp"};
     return qx::up_one<double>(r, value, scaleFactor);
 }
 QX_API double QXidConvertUp(int value, int scaleFactor) {
-    static constexpr Report r{"QXidConvertUp"};
+    constexpr qx::Report r{"QXidConvertUp"};
     return qx::up_one<double>(r, value, scaleFactor);
 }
 QX_API float QXisConvertUp(int value, int scaleFactor) {
-    static constexpr Report r{"QXisConvert"};
+    constexpr qx::Report r{"QXisConvert"};
     return qx::up_one<float>(r, value, scaleFactor);
 }
 
 QX_API void QXcsbConvert(const float* inVect, float* outVect, int n, int flags) {
-    static constexpr Report r{"QXcsbConvert"};
-    if (Report::failed() || inVect == nullptr || outVect == nullptr)
+    constexpr qx::Report r{"QXcsbConvert"};
+    if (qx::Report::failed() || inVect == nullptr || outVect == nullptr)
         return;
     const bool logarithm = (flags & 4) != 0;
     if (flags & 1) {
@@ -397,7 +399,7 @@ QX_API void QXcsbConvert(const float* inVect, float* outVect, int n, int flags) 
 }
 
 QX_API void QXvwbConvert(const short* inVect, short* outVect, int n, int flags, int doScale, int* scaleFactor) {
-    static constexpr Report r{"QXvwbConvert"};
+    constexpr qx::Report r{"QXvwbConvert"};
     const std::size_t count = n > 0 ? static_cast<std::size_t>(n) : 0;
     // 2n floats in, n floats out; a count whose 2n does not fit an int is
     // refused as memory that cannot be had.

@@ -25,8 +25,6 @@
 
 namespace {
 
-constexpr qx::Report kConv{"QXMaskConvolve"};
-
 using i64 = long long;
 
 // Pixel type codes of the image and the output.
@@ -223,7 +221,7 @@ extern "C" {
 QX_API int QXMaskConvolve(void* image, void* mask, void* outImage, int imageDataType, int maskDataType, int outDataType,
                           int nImageRows, int nImageCols, int nMaskRows, int nMaskCols, const QXRegion* convolveRegion,
                           int doScale, int* scaleFactor) {
-    const qx::Report& r = kConv;
+    constexpr qx::Report r{"QXMaskConvolve"};
     r.check(image == nullptr, "image==0");
     r.check(mask == nullptr, "mask==0");
     r.check(outImage == nullptr, "outImage==0");

@@ -14,36 +14,33 @@
 
 namespace {
 
-constexpr qx::Report kDotP{"QXsDotP"};
-constexpr qx::Report kL1{"QXsL1Norm"};
-constexpr qx::Report kL2{"QXsL2Norm"};
-constexpr qx::Report kMahalD{"QXsMahalanobisD"};
-constexpr qx::Report kMahal{"QXsMahalanobis"};
-
 double unless_pending(double result) noexcept { return qx::Report::failed() ? 0.0 : result; }
 
 [[gnu::cold, gnu::noinline]] double dot_checked(const float* vect1, const float* vect2, int n) noexcept {
-    kDotP.check(n <= 0, "n<=0");
-    kDotP.check(vect1 == nullptr, "vect1==0");
-    kDotP.check(vect2 == nullptr, "vect2==0");
+    constexpr qx::Report r{"QXsDotP"};
+    r.check(n <= 0, "n<=0");
+    r.check(vect1 == nullptr, "vect1==0");
+    r.check(vect2 == nullptr, "vect2==0");
     if (qx::Report::failed())
         return 0.0;
     return qx::dist::dot(vect1, vect2, n);
 }
 
 [[gnu::cold, gnu::noinline]] double l1_checked(const float* vect1, const float* vect2, int n) noexcept {
-    kL1.check(n <= 0, "n<=0");
-    kL1.check(vect1 == nullptr, "vect1==0");
-    kL1.check(vect2 == nullptr, "vect2==0");
+    constexpr qx::Report r{"QXsL1Norm"};
+    r.check(n <= 0, "n<=0");
+    r.check(vect1 == nullptr, "vect1==0");
+    r.check(vect2 == nullptr, "vect2==0");
     if (qx::Report::failed())
         return 0.0;
     return qx::dist::l1(vect1, vect2, n);
 }
 
 [[gnu::cold, gnu::noinline]] double l2_checked(const float* vect1, const float* vect2, int n, int doSqrt) noexcept {
-    kL2.check(n <= 0, "n<=0");
-    kL2.check(vect1 == nullptr, "vect1==0");
-    kL2.check(vect2 == nullptr, "vect2==0");
+    constexpr qx::Report r{"QXsL2Norm"};
+    r.check(n <= 0, "n<=0");
+    r.check(vect1 == nullptr, "vect1==0");
+    r.check(vect2 == nullptr, "vect2==0");
     if (qx::Report::failed())
         return 0.0;
     return qx::dist::l2(vect1, vect2, n, doSqrt);
@@ -52,10 +49,11 @@ double unless_pending(double result) noexcept { return qx::Report::failed() ? 0.
 [[gnu::cold, gnu::noinline]] double mahalanobis_d_checked(const float* vect1, const float* vect2,
                                                           const float* reciprocalVariance, int n,
                                                           int doSqrt) noexcept {
-    kMahalD.check(n <= 0, "n<=0");
-    kMahalD.check(vect1 == nullptr, "vect1==0");
-    kMahalD.check(vect2 == nullptr, "vect2==0");
-    kMahalD.check(reciprocalVariance == nullptr, "reciprocalVariance==0");
+    constexpr qx::Report r{"QXsMahalanobisD"};
+    r.check(n <= 0, "n<=0");
+    r.check(vect1 == nullptr, "vect1==0");
+    r.check(vect2 == nullptr, "vect2==0");
+    r.check(reciprocalVariance == nullptr, "reciprocalVariance==0");
     if (qx::Report::failed())
         return 0.0;
     return qx::dist::mahalanobis_diag(vect1, vect2, reciprocalVariance, n, doSqrt);
@@ -64,10 +62,11 @@ double unless_pending(double result) noexcept { return qx::Report::failed() ? 0.
 [[gnu::cold, gnu::noinline]] double mahalanobis_checked(const float* vect1, const float* vect2,
                                                         float** inverseCovarianceMatrix, int n,
                                                         int doSqrt) noexcept {
-    kMahal.check(n <= 0, "n<=0");
-    kMahal.check(vect1 == nullptr, "vect1==0");
-    kMahal.check(vect2 == nullptr, "vect2==0");
-    kMahal.check(inverseCovarianceMatrix == nullptr, "inverseCovarianceMatrix==0");
+    constexpr qx::Report r{"QXsMahalanobis"};
+    r.check(n <= 0, "n<=0");
+    r.check(vect1 == nullptr, "vect1==0");
+    r.check(vect2 == nullptr, "vect2==0");
+    r.check(inverseCovarianceMatrix == nullptr, "inverseCovarianceMatrix==0");
     if (qx::Report::failed())
         return 0.0;
     return qx::dist::mahalanobis_full(vect1, vect2, inverseCovarianceMatrix, n, doSqrt);

@@ -545,9 +545,6 @@ int score_all(Work& w, int nPatterns, float* const* test, int testLen, int vecLe
     return position;
 }
 
-constexpr qx::Report kEvalS{"QXsEvalDTW"};
-constexpr qx::Report kEvalW{"QXwEvalDTW"};
-
 // The option checks of both forms; false when the call must end.
 bool options_ok(const qx::Report& r, int options) noexcept {
     if ((options & (QX_DTW_L1 | QX_DTW_L2)) == 0) {
@@ -729,9 +726,15 @@ QX_API int QXsPatternFreeAll(void) {
 QX_API int QXwPatternsNumber(void) { return wPatterns.count; }
 QX_API int QXsPatternsNumber(void) { return sPatterns.count; }
 
+// The evaluators depart from the usual shape (checks, then the status test):
+// they check only the options, stop at the first failed one, and never read the
+// status word; while an error is pending the distances are 0, so every eligible
+// pattern scores 0 (or the threshold when it is 0 or less). A null idList (or,
+// in the float form, a null scores) with nPatterns > 0 returns -1 unreported.
 QX_API int QXsEvalDTW(const int* idList, int nPatterns, float** testSeq, int testLen, int vecLen, int options,
                       double threshold, int endPointRange, double* scores) {
-    if (!options_ok(kEvalS, options))
+    constexpr qx::Report r{"QXsEvalDTW"};
+    if (!options_ok(r, options))
         return -1;
     if (nPatterns > 0 && (idList == nullptr || scores == nullptr))
         return -1;
@@ -743,7 +746,7 @@ QX_API int QXsEvalDTW(const int* idList, int nPatterns, float** testSeq, int tes
     Work w;
     if (!alloc_work(w, delta + 2 * std::int64_t{testLen} - 1, 2, testLen, nPatterns)) {
         w.release();
-        kEvalS.raise(QX_StsNoMem, "No memory for work arrays allocation");
+        r.raise(QX_StsNoMem, "No memory for work arrays allocation");
         return -1;
     }
     for (int k = 0; k < nPatterns; ++k)
@@ -756,7 +759,8 @@ QX_API int QXsEvalDTW(const int* idList, int nPatterns, float** testSeq, int tes
 QX_API int QXwEvalDTW(const int* idList, int nPatterns, short** testSeq, int testLen, int vecLen, int testScaleFactor,
                       int options, int threshold, int thresholdScaleFactor, int endPointRange, int* scores,
                       int doScale, int* scaleFactor) {
-    if (!options_ok(kEvalW, options))
+    constexpr qx::Report r{"QXwEvalDTW"};
+    if (!options_ok(r, options))
         return -1;
     if (nPatterns > 0 && idList == nullptr)
         return -1;
@@ -773,7 +777,7 @@ QX_API int QXwEvalDTW(const int* idList, int nPatterns, short** testSeq, int tes
         w.release();
         release_rows(test, testLen);
         qx::free(dscores);
-        kEvalW.raise(QX_StsNoMem, "No memory for work arrays allocation");
+        r.raise(QX_StsNoMem, "No memory for work arrays allocation");
         return -1;
     }
     for (int k = 0; k < nPatterns; ++k)

@@ -41,7 +41,7 @@ void release_exp_tables() {
 }  // namespace
 
 void BuildExpTables() {
-    constexpr Report r{"BuildExpTables"};
+    constexpr qx::Report r{"BuildExpTables"};
     // A table left over from a build that failed half-way is replaced here.
     qx::free(integralExpTable);
     integralExpTable = alloc_n<float>(100);
@@ -67,7 +67,7 @@ namespace {
 // Returns false (after the report) for a positive exponent.
 inline bool lookup_exp(double e, double& g) {
     if (e > 0.0) {
-        constexpr Report lookup{"LookupExponential (Macro)"};
+        constexpr qx::Report lookup{"LookupExponential (Macro)"};
         lookup.raise(QX_StsInternal, "Cannot lookup exponential of positive value");
         return false;
     }
@@ -136,7 +136,7 @@ Server* init_server(const Report& r, T* weightVect, T** meanVect, T*** InverseCo
     r.check(n < 1, "n<=0");
     r.check(weightVect == nullptr, "weightVect==0");
     r.check(meanVect == nullptr, "meanVect==0");
-    if (Report::failed())
+    if (qx::Report::failed())
         return nullptr;
     if ((InverseCov == nullptr) == (InverseCovD == nullptr)) {
         r.raise(QX_StsBadArg, "One of InverseCov or InverseCovD must be NULL and the other non NULL");
@@ -165,11 +165,11 @@ double eval_server(const Report& r, const Server* server, const T* vect, int n, 
     r.check(n <= 0, "n<=0");
     r.check(server == nullptr, "server==0");
     r.check(vect == nullptr, "vect==0");
-    if (Report::failed())
+    if (qx::Report::failed())
         return 0.0;
     if (server->useExpTable && !expTablesBuilt) {
         BuildExpTables();
-        if (Report::failed()) {
+        if (qx::Report::failed()) {
             r.raise(QX_StsBackTrace, "");
             return 0.0;
         }
@@ -184,7 +184,7 @@ double eval_server(const Report& r, const Server* server, const T* vect, int n, 
 template <class Server>
 void free_server(const Report& r, Server* server) {
     r.check(server == nullptr, "server==0");
-    if (Report::failed())
+    if (qx::Report::failed())
         return;
     if (server->useExpTable && expTablesBuilt)
         release_exp_tables();

@@ -1,17 +1,10 @@
-// HMM servers and classes, and Viterbi scoring of observation sequences.
-//
-// Servers and classes live in two process-wide registries: circular lists
-// sorted by id, each through a head record of id 0. Server ids are handed out
-// densely (the smallest free id above the run of consecutive ids that starts
-// at the head, tracked by a cursor). A class keeps its members sorted by id in
-// a chain of 64-entry blocks, and carries one iteration over them.
-//
-// The evaluations work on costs (negative logarithms): every path cost is a
-// sum, and the best path is the cheapest. A server's transition matrix is
-// classified when it is stored: a band (jumps of at most two states), a
-// left-to-right matrix, or a full one; each has its own recurrence.
-#include <cfloat>
-#include <cmath>
+// HMM servers and classes: the exported registry operations, the inits that
+// check and store a server's parameters, and the four evaluators' entry
+// points. Every report of the family is raised here, so it names this file:
+// the machinery that never reports lives in qx_hmm_registry.h (registries and
+// class membership), qx_hmm_layout.h (value bounds, topology, stored layouts)
+// and qx_viterbi.h (the recurrence and score area); the evaluators in
+// qx_hmm_eval.h report at the line of the exported function that calls them.
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
@@ -20,99 +13,13 @@
 #include "qx_alloc.h"
 #include "qx_gauss.h"
 #include "qx_hmm.h"
+#include "qx_hmm_eval.h"
+#include "qx_hmm_layout.h"
+#include "qx_hmm_registry.h"
 #include "qx_report.h"
 
 namespace qx {
 namespace {
-
-// ---------------------------------------------------------------------------
-// Registries
-// ---------------------------------------------------------------------------
-
-HMMServer g_serverHead{};
-HMMServer* g_cursor = nullptr;   // the record that ends the run of ids 1, 2, ... from the head
-int g_serverCount = 0;
-
-HMMClass g_classHead{};
-int g_classCount = 0;
-
-HMMServer* server_head() {
-    if (g_serverHead.next == nullptr) {
-        g_serverHead.next = g_serverHead.prev = &g_serverHead;
-        g_cursor = &g_serverHead;
-    }
-    return &g_serverHead;
-}
-
-HMMClass* class_head() {
-    if (g_classHead.next == nullptr)
-        g_classHead.next = g_classHead.prev = &g_classHead;
-    return &g_classHead;
-}
-
-HMMServer* find_server(int id) {
-    HMMServer* head = server_head();
-    for (HMMServer* p = head->next; p != head; p = p->next) {
-        if (p->HMMId == id)
-            return p;
-        if (p->HMMId > id)
-            break;
-    }
-    return nullptr;
-}
-
-HMMClass* find_class(int id) {
-    HMMClass* head = class_head();
-    for (HMMClass* p = head->next; p != head; p = p->next) {
-        if (p->classId == id)
-            return p;
-        if (p->classId > id)
-            break;
-    }
-    return nullptr;
-}
-
-// The lookup message: an unknown id, or none given (id 0).
-const char* missing_text(int id) {
-    return id != 0 ? "HMM server and/or class does not exist" : "current HMM server and/or class is not defined";
-}
-
-// Links a new record after the cursor with the cursor's id plus one, then
-// moves the cursor over the run of consecutive ids that follows.
-void link_server(HMMServer* s) {
-    server_head();
-    HMMServer* after = g_cursor;
-    s->HMMId = after->HMMId + 1;
-    s->prev = after;
-    s->next = after->next;
-    after->next->prev = s;
-    after->next = s;
-    HMMServer* c = s;
-    while (c->next != &g_serverHead && c->next->HMMId == c->HMMId + 1)
-        c = c->next;
-    g_cursor = c;
-    ++g_serverCount;
-}
-
-// ---------------------------------------------------------------------------
-// Class membership
-// ---------------------------------------------------------------------------
-
-HMMClassBlock* block_for(HMMClass* c, int id) {
-    HMMClassBlock* b = c->first;
-    while (b != nullptr && b->largestId < id && b->next != nullptr)
-        b = b->next;
-    return b;
-}
-
-int entry_position(const HMMClassBlock* b, int id) {
-    int pos = 0;
-    while (pos < b->count && b->entries[pos].HMMId < id)
-        ++pos;
-    return pos;
-}
-
-bool iteration_running(const HMMClass* c) { return (c->flags & (kClassStart | kClassExhausted)) == 0; }
 
 // 1, or -1 after "NULL pointer" when a block cannot be allocated.
 int add_member(const Report& r, HMMClass* c, HMMServer* s) {
@@ -165,52 +72,6 @@ int add_member(const Report& r, HMMClass* c, HMMServer* s) {
     return 1;
 }
 
-void remove_member(HMMClass* c, int id) {
-    HMMClassBlock* b = block_for(c, id);
-    if (b == nullptr)
-        return;
-    int pos = entry_position(b, id);
-    if (pos >= b->count || b->entries[pos].HMMId != id)
-        return;
-    std::memmove(b->entries + pos, b->entries + pos + 1, sizeof(HMMClassEntry) * (b->count - pos - 1));
-    --b->count;
-    b->entries[b->count] = HMMClassEntry{0, nullptr};
-    --c->count;
-    if (c->current == b && pos <= c->index)
-        --c->index;   // the next step lands on the member after the removed one
-    if (b->count == 0 && b->next != nullptr) {   // the last block is kept
-        if (c->first == b) {
-            c->first = b->next;
-        } else {
-            HMMClassBlock* p = c->first;
-            while (p->next != b)
-                p = p->next;
-            p->next = b->next;
-        }
-        if (c->current == b) {
-            c->current = b->next;
-            c->index = -1;
-        }
-        qx::free(b);
-    }
-}
-
-void release_class(HMMClass* c) {
-    for (HMMClassBlock* b = c->first; b != nullptr;) {
-        HMMClassBlock* n = b->next;
-        qx::free(b);
-        b = n;
-    }
-    qx::free(c);
-}
-
-void release_arrays(HMMServer* s) {
-    qx::free(s->tprob);
-    qx::free(s->oprob);
-    qx::free(s->iprob);
-    qx::free(s->extra);
-    qx::free(s->outPdfs);
-}
 
 // Removes the server from every class and from the registry, then frees it.
 void release_server(HMMServer* s) {
@@ -222,7 +83,7 @@ void release_server(HMMServer* s) {
     s->prev->next = s->next;
     s->next->prev = s->prev;
     if (--g_serverCount < 0) {
-        constexpr Report r{"QXFreeHMMClass"};
+        constexpr qx::Report r{"QXFreeHMMClass"};
         r.raise(QX_StsInternal, "wrong HMM count");
         g_serverCount = 0;
     }
@@ -234,75 +95,6 @@ void release_server(HMMServer* s) {
 // Parameters: value checks, topology, stored layouts
 // ---------------------------------------------------------------------------
 
-constexpr int kBand = QX_HMM_BAND;
-constexpr int kLeftRight = QX_HMM_LEFT_RIGHT;
-constexpr int kFloatImpossibleBits = 0x7149F2CA;   // 1.0e30f
-constexpr int kShortImpossible = 32767;
-
-inline std::uint32_t bits_of(float v) {
-    std::uint32_t u;
-    std::memcpy(&u, &v, sizeof u);
-    return u;
-}
-
-// Probability bounds on the bit pattern: -0.0 and 0.0 .. 1.0 pass, any other
-// negative pattern and every pattern above 1.0 (not-a-numbers too) fail.
-inline bool below_zero(float v) { return bits_of(v) > 0x80000000u; }
-inline bool above_one(float v) { return static_cast<std::int32_t>(bits_of(v)) > 0x3F800000; }
-inline bool below_zero(short v) { return v < 0; }
-
-inline bool impossible(float v, bool cost) {
-    const auto b = static_cast<std::int32_t>(bits_of(v));
-    return cost ? b >= kFloatImpossibleBits : b <= 0;
-}
-inline bool impossible(short v, bool cost) { return cost ? v >= kShortImpossible : v <= 0; }
-
-template <class In>
-int topology(In** a, int n, bool cost) {
-    if (n <= 1)
-        return 0;
-    for (int i = 0; i < n; ++i)
-        for (int j = 0; j < i; ++j)
-            if (!impossible(a[i][j], cost))
-                return 0;
-    if (n < 3)
-        return kLeftRight;
-    for (int i = 0; i < n; ++i)
-        for (int j = i + 3; j < n; ++j)
-            if (!impossible(a[i][j], cost))
-                return kLeftRight;
-    return kBand;
-}
-
-inline std::size_t transition_count(int topo, int n) {
-    const auto N = static_cast<std::size_t>(n);
-    if (topo == kBand)
-        return 3 * N;
-    if (topo == kLeftRight)
-        return N * (N + 1) / 2;
-    return N * N;
-}
-
-// Transition costs by target state (see qx_hmm.h).
-template <class C, class In>
-void store_transitions(C* t, In** a, int topo, int n) {
-    if (topo == kBand) {
-        for (int j = 0; j < n; ++j) {
-            t[3 * j] = static_cast<C>(a[j][j]);
-            t[3 * j + 1] = j >= 1 ? static_cast<C>(a[j - 1][j]) : C{};
-            t[3 * j + 2] = j >= 2 ? static_cast<C>(a[j - 2][j]) : C{};
-        }
-    } else if (topo == kLeftRight) {
-        std::size_t k = 0;
-        for (int j = 0; j < n; ++j)
-            for (int i = 0; i <= j; ++i)
-                t[k++] = static_cast<C>(a[i][j]);
-    } else {
-        for (int j = 0; j < n; ++j)
-            for (int i = 0; i < n; ++i)
-                t[static_cast<std::size_t>(j) * n + i] = static_cast<C>(a[i][j]);
-    }
-}
 
 // Stores the caller's arrays of one data type: In is the caller's element
 // (float or short), C the stored cost (float or 32-bit int).
@@ -521,8 +313,7 @@ struct ValueChecks {
     }
 };
 
-template <class In>
-constexpr bool is_float = std::is_same_v<In, float>;
+using hmm::is_float;
 
 // Registers a record, stores its parameters, and for the mixture flavours
 // copies the handle array. Returns the id or -1.
@@ -537,7 +328,7 @@ int register_server(const Report& r, In** tprob, In** outTable, In* iprob, int n
     link_server(s);
     const int id = s->HMMId;
     QXSetHMMServerParm(id, 0, tprob, outTable, iprob, nStates, nSymbols, status);
-    if (Report::failed()) {
+    if (qx::Report::failed()) {
         release_server(s);
         r.raise(QX_StsBackTrace, "");
         return -1;
@@ -584,7 +375,7 @@ int init_tabled(const Report& r, In** tprob, In** table, const TableTexts& tt, I
     if (table != nullptr)
         for (int i = nStates > 0 ? nStates - 1 : -1; i >= 0; --i)
             r.check(table[i] == nullptr, tt.row);
-    const ValueChecks v{r, (flags & 1) != 0};
+    const ValueChecks v{r, (flags & QX_HMM_COST) != 0};
     for (int i = 0; i < nStates; ++i) {
         if (tprob != nullptr && tprob[i] != nullptr)
             for (int j = 0; j < nStates; ++j)
@@ -596,9 +387,9 @@ int init_tabled(const Report& r, In** tprob, In** table, const TableTexts& tt, I
     if (iprob != nullptr)
         for (int i = 0; i < nStates; ++i)
             v.check(iprob[i], "iprob[i]<-(float)0.0", "iprob[i]>(float)1.0", "iprob[i]<0");
-    if (Report::failed())
+    if (qx::Report::failed())
         return -1;
-    const int status = kind | (is_float<In> ? QX_HMM_FLOAT : QX_HMM_SHORT) | (flags & 1);
+    const int status = kind | (is_float<In> ? QX_HMM_FLOAT : QX_HMM_SHORT) | (flags & QX_HMM_COST);
     return register_server<In>(r, tprob, table, iprob, nStates, nSymbols, status, outPdfs, nPdfs, nQuant,
                                costScaleFactor);
 }
@@ -622,7 +413,7 @@ int init_continuous(const Report& r, In** tprob, In* iprob, void* const* outPdfs
     if (tprob != nullptr)
         for (int i = nStates > 0 ? nStates - 1 : -1; i >= 0; --i)
             r.check(tprob[i] == nullptr, "tprob[i]==NULL");
-    const ValueChecks v{r, (flags & 1) != 0};
+    const ValueChecks v{r, (flags & QX_HMM_COST) != 0};
     if (tprob != nullptr)
         for (int i = 0; i < nStates; ++i)
             if (tprob[i] != nullptr)
@@ -630,9 +421,9 @@ int init_continuous(const Report& r, In** tprob, In* iprob, void* const* outPdfs
     if (iprob != nullptr)
         for (int i = 0; i < nStates; ++i)
             v.check(iprob[i], "iprob[i]<-(float)0.0", "iprob[i]>(float)1.0", "iprob[i]<0");
-    if (Report::failed())
+    if (qx::Report::failed())
         return -1;
-    const int status = QX_HMM_CONT | (is_float<In> ? QX_HMM_FLOAT : QX_HMM_SHORT) | (flags & 1);
+    const int status = QX_HMM_CONT | (is_float<In> ? QX_HMM_FLOAT : QX_HMM_SHORT) | (flags & QX_HMM_COST);
     return register_server<In>(r, tprob, nullptr, iprob, nStates, -1, status, outPdfs, nStates, nQuant,
                                costScaleFactor);
 }
@@ -646,414 +437,7 @@ int init_semicontinuous(const Report& r, In** tprob, In** weightVect, In* iprob,
                            nSymbols, nQuant, costScaleFactor);
 }
 
-// ---------------------------------------------------------------------------
-// Viterbi
-// ---------------------------------------------------------------------------
 
-// Float costs add as floats; integer costs wrap around like the 32-bit sums
-// they are (no saturation).
-inline float cost_add(float a, float b) { return a + b; }
-inline std::int32_t cost_add(std::int32_t a, std::int32_t b) {
-    return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
-}
-
-// The best path cost through one server. rows(t) gives the output costs of
-// frame t by state, or null to abandon the run (then `ok` is false).
-template <class C, class Rows>
-C viterbi(int topo, int n, const C* trans, const C* pi, int nObserv, Rows&& rows, C* score, C* other, bool& ok) {
-    ok = false;
-    const C* B = rows(0);
-    if (B == nullptr)
-        return C{};
-    for (int j = 0; j < n; ++j)
-        score[j] = cost_add(pi[j], B[j]);
-    for (int t = 1; t < nObserv; ++t) {
-        B = rows(t);
-        if (B == nullptr)
-            return C{};
-        if (topo == kBand) {
-            // In place, downward: the lower states still hold the last frame.
-            for (int j = n - 1; j >= 2; --j) {
-                const C* a = trans + 3 * j;
-                C best = cost_add(score[j], a[0]);
-                C c = cost_add(score[j - 1], a[1]);
-                if (c < best)
-                    best = c;
-                c = cost_add(score[j - 2], a[2]);
-                if (c < best)
-                    best = c;
-                score[j] = cost_add(B[j], best);
-            }
-            C best = cost_add(score[1], trans[3]);
-            C c = cost_add(score[0], trans[4]);
-            if (c < best)
-                best = c;
-            score[1] = cost_add(B[1], best);
-            score[0] = cost_add(B[0], cost_add(score[0], trans[0]));
-        } else if (topo == kLeftRight) {
-            for (int j = n - 1; j >= 0; --j) {
-                const C* a = trans + static_cast<std::size_t>(j) * (j + 1) / 2;   // a[0][j] .. a[j][j]
-                C best = cost_add(score[j], a[j]);
-                for (int i = j - 1; i >= 0; --i) {
-                    C c = cost_add(score[i], a[i]);
-                    if (c < best)
-                        best = c;
-                }
-                score[j] = cost_add(B[j], best);
-            }
-        } else {
-            for (int j = n - 1; j >= 0; --j) {
-                const C* a = trans + static_cast<std::size_t>(j) * n;   // a[0][j] .. a[n-1][j]
-                C best = cost_add(score[n - 1], a[n - 1]);
-                for (int i = n - 2; i >= 0; --i) {
-                    C c = cost_add(score[i], a[i]);
-                    if (c < best)
-                        best = c;
-                }
-                other[j] = cost_add(B[j], best);
-            }
-            C* swap = score;
-            score = other;
-            other = swap;
-        }
-    }
-    ok = true;
-    if constexpr (std::is_same_v<C, float>) {
-        float m = FLT_MAX;
-        for (int j = 0; j < n; ++j)
-            if (score[j] < m)
-                m = score[j];
-        return m;
-    } else {
-        C m = score[n - 1];
-        for (int j = n - 2; j >= 0; --j)
-            if (score[j] < m)
-                m = score[j];
-        return m;
-    }
-}
-
-// The score area of one call: reused across the servers of a class, grown
-// only when a server has more states than it holds, released on return.
-class ScoreArea {
-public:
-    // cellsPerState * capacity + extraCells 32-bit cells.
-    ScoreArea(int cellsPerState, int extraCells) : perState_(cellsPerState), extra_(extraCells) {}
-    ~ScoreArea() { qx::free(area_); }
-    ScoreArea(const ScoreArea&) = delete;
-    ScoreArea& operator=(const ScoreArea&) = delete;
-
-    bool reserve(int nStates) {
-        if (area_ != nullptr && nStates <= capacity_)
-            return true;
-        qx::free(area_);
-        capacity_ = nStates > 8 ? nStates : 8;
-        const std::size_t cells =
-            static_cast<std::size_t>(perState_) * static_cast<std::size_t>(capacity_) + static_cast<std::size_t>(extra_);
-        area_ = calloc_n<std::int32_t>(cells);
-        return area_ != nullptr;
-    }
-
-    // The first score vector for a server whose transitions are at `trans`:
-    // moved 6 * capacity cells on when the two would share cache sets
-    // (within 64 bytes of each other modulo 4 KB), after `lead` cells, and
-    // rounded up to 8 bytes.
-    std::int32_t* scores(const void* trans, int lead) const {
-        auto base = reinterpret_cast<std::uintptr_t>(area_);
-        std::intptr_t d = static_cast<std::intptr_t>((reinterpret_cast<std::uintptr_t>(trans) - base) & 0xFFF);
-        if (d > 2048)
-            d -= 4096;
-        if (d < 65 && d > -65)
-            base += static_cast<std::uintptr_t>(6) * static_cast<std::uintptr_t>(capacity_) * 4;
-        base += static_cast<std::uintptr_t>(lead) * 4;
-        base = (base + 7) & ~static_cast<std::uintptr_t>(7);
-        return reinterpret_cast<std::int32_t*>(base);
-    }
-
-    int capacity() const { return capacity_; }
-
-private:
-    int perState_;
-    int extra_;
-    int capacity_ = 0;
-    std::int32_t* area_ = nullptr;
-};
-
-// Walks one server or a class. body(id, score) returns false to end the call
-// with the initial best; the best server is taken with less-or-equal (float:
-// also an unordered comparison), so the last of equal scores wins.
-template <class C, class Body>
-C over_servers(const Report& r, int HMMOrClassId, int* bestHMMId, C initial, Body&& body) {
-    C best = initial;
-    auto take = [&](int id, C score) {
-        bool better;
-        if constexpr (std::is_same_v<C, float>)
-            better = !(score > best);
-        else
-            better = score <= best;
-        if (better) {
-            best = score;
-            *bestHMMId = id;
-        }
-    };
-    if (HMMOrClassId > 0) {
-        C score{};
-        if (!body(HMMOrClassId, score))
-            return initial;
-        take(HMMOrClassId, score);
-        return best;
-    }
-    const int classId = static_cast<int>(0u - static_cast<unsigned>(HMMOrClassId));
-    if (QXHMMClass(classId) == nullptr) {
-        r.raise(QX_StsBadArg, "HMM server and/or class does not exist");
-        return initial;
-    }
-    QXResetHMMClass(classId);
-    for (int id = QXNextHMMServer(classId); id > 0; id = QXNextHMMServer(classId)) {
-        C score{};
-        if (!body(id, score))
-            return initial;
-        take(id, score);
-    }
-    return best;
-}
-
-constexpr float kWorstFloat = FLT_MAX;             // 3.4028235e38
-constexpr std::int32_t kWorstInt = 2147483647;
-
-// The 16-bit result: doScale 1 shifts by the caller's factor (right for a
-// positive one, left for a negative one, counts modulo 32); any other doScale
-// returns the cost as it is with factor 0. The worst cost of a failed
-// evaluation comes back untouched.
-int scale_result(std::int32_t best, int doScale, int* scaleFactor) {
-    if (best == kWorstInt && Report::failed())
-        return best;
-    if (doScale == 1) {
-        const int sf = scaleFactor != nullptr ? *scaleFactor : 0;
-        if (sf >= 0)
-            return best >> (sf & 31);
-        const unsigned count = (0u - static_cast<unsigned>(sf)) & 31u;
-        return static_cast<std::int32_t>(static_cast<std::uint32_t>(best) << count);
-    }
-    if (scaleFactor != nullptr)
-        *scaleFactor = 0;
-    return best;
-}
-
-template <class C>
-constexpr C worst() {
-    if constexpr (std::is_same_v<C, float>)
-        return kWorstFloat;
-    else
-        return kWorstInt;
-}
-
-// Discrete scoring: C float for the float entry, int32 for the 16-bit one.
-template <class C>
-C eval_discrete(const Report& r, int HMMOrClassId, const int* vect, int nObserv, int* bestHMMId) {
-    constexpr bool isFloat = std::is_same_v<C, float>;
-    r.check(HMMOrClassId == 0, "HMMOrClassId==0");
-    r.check(nObserv < 1, "nObserv<=0");
-    r.check(vect == nullptr, "vect==0");
-    r.check(bestHMMId == nullptr, "bestHMMId==0");
-    if (Report::failed())
-        return worst<C>();
-    ScoreArea area(8, isFloat ? 0 : 4);
-    auto body = [&](int id, C& score) {
-        int word, nStates, nSymbols, status;
-        void *tp, *op, *ip;
-        QXGetHMMServerParm(id, &word, &tp, &op, &ip, &nStates, &nSymbols, &status);
-        if (Report::failed()) {
-            r.raise(QX_StsBackTrace, "");
-            return false;
-        }
-        if constexpr (isFloat)
-            r.check(!(status & 0x00000020), "!(status&0x00000020)");
-        else
-            r.check(!(status & 0x00000010), "!(status&0x00000010)");
-        r.check(!(status & 0x00000001), "!(status&0x00000001)");
-        r.check(!(status & 0x00800000), "!(status&0x00800000)");
-        r.check(nStates <= 0, "nStates<=0");
-        r.check(nSymbols <= 0, "nSymbols<=0");
-        r.check(tp == nullptr, "tprob==0");
-        r.check(op == nullptr, "oprob==0");
-        r.check(ip == nullptr, "iprob==0");
-        for (int ii = 0; ii < nObserv; ++ii) {
-            r.check(vect[ii] < 0, "vect[ii]<0");
-            r.check(vect[ii] > nSymbols - 1, "vect[ii]>nSymbols-1");
-        }
-        if (Report::failed())
-            return false;
-        if (!area.reserve(nStates)) {
-            r.raise(QX_StsNoMem, "NULL pointer");
-            return false;
-        }
-        const int topo = status & (kBand | kLeftRight);
-        std::int32_t* cells = area.scores(tp, isFloat ? 0 : 2);
-        if (!isFloat && topo == kBand)
-            cells[-1] = cells[-2] = kLargestId;
-        C* s = reinterpret_cast<C*>(cells);
-        C* other = s + area.capacity();
-        const C* out = static_cast<const C*>(op);
-        auto rows = [&](int t) { return out + static_cast<std::size_t>(vect[t]) * nStates; };
-        bool ok;
-        score = viterbi<C>(topo, nStates, static_cast<const C*>(tp), static_cast<const C*>(ip), nObserv, rows, s,
-                           other, ok);
-        return ok;
-    };
-    return over_servers<C>(r, HMMOrClassId, bestHMMId, worst<C>(), body);
-}
-
-// ---------------------------------------------------------------------------
-// Continuous and semicontinuous scoring
-// ---------------------------------------------------------------------------
-
-constexpr double kLog10Of2 = 0.301029995663981195213738894724493027;
-constexpr double kCostOffset = 8.729869874255455;   // 29 * log10(2): the 2^29 base of 16-bit costs
-
-inline double decimal_log(double x) { return kLog10Of2 * std::log2(x); }
-
-template <class In>
-using MixServer = std::conditional_t<is_float<In>, QXsGaussMixServer, QXwGaussMixServer>;
-
-// In: float or short feature data; C: float or 32-bit integer costs.
-template <class In, bool Semicont>
-auto eval_mixture(const Report& r, int HMMOrClassId, In** nqVect, int nObserv, int* bestHMMId) {
-    using C = std::conditional_t<is_float<In>, float, std::int32_t>;
-    constexpr bool isFloat = is_float<In>;
-    r.check(HMMOrClassId == 0, "HMMOrClassId==0");
-    r.check(nObserv < 1, "nObserv<=0");
-    r.check(nqVect == nullptr, "nqVect==0");
-    r.check(bestHMMId == nullptr, "bestHMMId==0");
-    if (nqVect != nullptr)
-        for (int l = 0; l < nObserv; ++l)
-            r.check(nqVect[l] == nullptr, Semicont ? "nqVect[i]==NULL" : "nqVect[l]==NULL");
-    if (Report::failed())
-        return worst<C>();
-
-    ScoreArea area(9, isFloat ? 0 : 8);
-    // Semicontinuous codebook outputs g[t][k], from the first server evaluated.
-    In* table = nullptr;
-    int tableSymbols = 0;
-    struct TableGuard {
-        In*& p;
-        ~TableGuard() { qx::free(p); }
-    } guard{table};
-
-    auto mixture_density = [](void* pdf, const In* x, int nQuant) -> double {
-        if constexpr (isFloat) {
-            return QXsEvalGaussMix(static_cast<QXsGaussMixServer*>(pdf), x, nQuant);
-        } else {
-            int sf = -15;
-            return QXwEvalGaussMix(static_cast<QXwGaussMixServer*>(pdf), x, nQuant, 1, &sf);
-        }
-    };
-
-    auto build_table = [&](const HMMServer* s) -> bool {
-        const std::size_t cells = static_cast<std::size_t>(nObserv) * static_cast<std::size_t>(s->nSymbols);
-        table = isFloat ? calloc_n<In>(cells) : calloc_n<In>(cells + 16);
-        if (table == nullptr) {
-            r.raise(QX_StsNoMem, "NULL pointer");
-            return false;
-        }
-        tableSymbols = s->nSymbols;
-        for (int t = 0; t < nObserv; ++t) {
-            In* row = table + static_cast<std::size_t>(t) * tableSymbols;
-            for (int k = 0; k < tableSymbols; ++k) {
-                double g = mixture_density(s->outPdfs[k], nqVect[t], s->nQuant);
-                if (Report::failed()) {
-                    r.raise(QX_StsBackTrace, "");
-                    return false;
-                }
-                if constexpr (isFloat)
-                    row[k] = static_cast<float>(g);
-                else   // the low 16 bits of the integer density
-                    row[k] = static_cast<short>(static_cast<std::uint16_t>(static_cast<std::uint32_t>(
-                        static_cast<std::int32_t>(g))));
-            }
-        }
-        return true;
-    };
-
-    auto body = [&](int id, C& score) {
-        int word, nStates, nSymbols, status;
-        void *tp, *op, *ip;
-        QXGetHMMServerParm(id, &word, &tp, &op, &ip, &nStates, &nSymbols, &status);
-        if (Report::failed()) {
-            r.raise(QX_StsBackTrace, "");
-            return false;
-        }
-        const HMMServer* s = find_server(id);
-        if constexpr (isFloat)
-            r.check(!(status & 0x00000020), "!(status&0x00000020)");
-        else
-            r.check(!(status & 0x00000010), "!(status&0x00000010)");
-        r.check(!(status & 0x00000001), "!(status&0x00000001)");
-        if constexpr (Semicont)
-            r.check(!(status & 0x00200000), "!(status&0x00200000)");
-        else
-            r.check(!(status & 0x00400000), "!(status&0x00400000)");
-        r.check(nStates <= 0, "nStates<=0");
-        if constexpr (Semicont)
-            r.check(nSymbols <= 0, "nSymbols<=0");
-        r.check(s->nQuant <= 0, "ser->nQuant<=0");
-        r.check(tp == nullptr, "tprob==0");
-        r.check(ip == nullptr, "iprob==0");
-        r.check(s->outPdfs == nullptr, "ser->outPdfs==0");
-        if (Report::failed())
-            return false;
-        if (!area.reserve(nStates)) {
-            r.raise(QX_StsNoMem, "NULL pointer");
-            return false;
-        }
-        if (Semicont && table == nullptr && !build_table(s))
-            return false;
-        const int topo = status & (kBand | kLeftRight);
-        std::int32_t* cells = area.scores(tp, isFloat ? 0 : 2);
-        if (!isFloat && topo == kBand)
-            cells[-1] = cells[-2] = kLargestId;
-        C* sc = reinterpret_cast<C*>(cells);
-        C* other = sc + area.capacity();
-        C* cost = other + area.capacity();
-        const int nQuant = s->nQuant;
-        // Weights are read with the codebook's width, which all members share.
-        const int width = nSymbols < tableSymbols ? nSymbols : tableSymbols;
-        auto rows = [&](int t) -> const C* {
-            for (int j = nStates - 1; j >= 0; --j) {
-                double p;
-                if constexpr (Semicont) {
-                    const In* w = static_cast<const In*>(op) + static_cast<std::size_t>(j) * nSymbols;
-                    const In* g = table + static_cast<std::size_t>(t) * tableSymbols;
-                    if constexpr (isFloat) {
-                        p = QXsDotP(w, g, width);
-                    } else {
-                        int scratch = 0;
-                        p = QXwDotP(w, g, width, 0, &scratch);
-                    }
-                } else {
-                    p = mixture_density(s->outPdfs[j], nqVect[t], nQuant);
-                }
-                if (Report::failed())
-                    return nullptr;
-                if constexpr (isFloat) {
-                    cost[j] = static_cast<float>(-decimal_log(p));
-                } else {
-                    cost[j] = QXdiConvertDown(kCostOffset - decimal_log(p), 1, s->costScaleFactor);
-                    if (Report::failed())
-                        return nullptr;
-                }
-            }
-            return cost;
-        };
-        bool ok;
-        score = viterbi<C>(topo, nStates, static_cast<const C*>(tp), static_cast<const C*>(ip), nObserv, rows, sc,
-                           other, ok);
-        if (!ok)
-            r.raise(QX_StsBackTrace, "");
-        return ok;
-    };
-    return over_servers<C>(r, HMMOrClassId, bestHMMId, worst<C>(), body);
-}
 
 void free_all() {
     HMMClass* chead = class_head();
@@ -1215,38 +599,38 @@ QX_API void QXHMMFreeAll(void) { qx::free_all(); }
 
 QX_API float QXsEvalHMMViterbi(int HMMOrClassId, const int* vect, int nObserv, int* bestHMMId) {
     constexpr qx::Report r{"QXsEvalHMMViterbi"};
-    return qx::eval_discrete<float>(r, HMMOrClassId, vect, nObserv, bestHMMId);
+    return qx::hmm::eval_discrete<float>(r, HMMOrClassId, vect, nObserv, bestHMMId);
 }
 
 QX_API int QXwEvalHMMViterbi(int HMMOrClassId, const int* vect, int nObserv, int* bestHMMId, int doScale,
                              int* scaleFactor) {
     constexpr qx::Report r{"QXwEvalHMMViterbi"};
-    const std::int32_t best = qx::eval_discrete<std::int32_t>(r, HMMOrClassId, vect, nObserv, bestHMMId);
-    return qx::scale_result(best, doScale, scaleFactor);
+    const std::int32_t best = qx::hmm::eval_discrete<std::int32_t>(r, HMMOrClassId, vect, nObserv, bestHMMId);
+    return qx::hmm::scale_result(best, doScale, scaleFactor);
 }
 
 QX_API float QXsEvalContHMMViterbi(int HMMOrClassId, float** nqVect, int nObserv, int* bestHMMId) {
     constexpr qx::Report r{"QXsEvalContHMMViterbi"};
-    return qx::eval_mixture<float, false>(r, HMMOrClassId, nqVect, nObserv, bestHMMId);
+    return qx::hmm::eval_mixture<float, false>(r, HMMOrClassId, nqVect, nObserv, bestHMMId);
 }
 
 QX_API int QXwEvalContHMMViterbi(int HMMOrClassId, short** nqVect, int nObserv, int* bestHMMId, int doScale,
                                  int* scaleFactor) {
     constexpr qx::Report r{"QXwEvalContHMMViterbi"};
-    const std::int32_t best = qx::eval_mixture<short, false>(r, HMMOrClassId, nqVect, nObserv, bestHMMId);
-    return qx::scale_result(best, doScale, scaleFactor);
+    const std::int32_t best = qx::hmm::eval_mixture<short, false>(r, HMMOrClassId, nqVect, nObserv, bestHMMId);
+    return qx::hmm::scale_result(best, doScale, scaleFactor);
 }
 
 QX_API float QXsEvalSemicontHMMViterbi(int HMMOrClassId, float** nqVect, int nObserv, int* bestHMMId) {
     constexpr qx::Report r{"QXsEvalSemicontHMMViterbi"};
-    return qx::eval_mixture<float, true>(r, HMMOrClassId, nqVect, nObserv, bestHMMId);
+    return qx::hmm::eval_mixture<float, true>(r, HMMOrClassId, nqVect, nObserv, bestHMMId);
 }
 
 QX_API int QXwEvalSemicontHMMViterbi(int HMMOrClassId, short** nqVect, int nObserv, int* bestHMMId, int doScale,
                                      int* scaleFactor) {
     constexpr qx::Report r{"QXwEvalSemicontHMMViterbi"};
-    const std::int32_t best = qx::eval_mixture<short, true>(r, HMMOrClassId, nqVect, nObserv, bestHMMId);
-    return qx::scale_result(best, doScale, scaleFactor);
+    const std::int32_t best = qx::hmm::eval_mixture<short, true>(r, HMMOrClassId, nqVect, nObserv, bestHMMId);
+    return qx::hmm::scale_result(best, doScale, scaleFactor);
 }
 
 }  // extern "C"

@@ -26,7 +26,7 @@ bool mirror_checks(const Report& r, const void* image, const void* outImage, int
     r.check(nInCols <= 0, "nInCols<=0");
     r.check(orient < 0, "orient<0");
     r.check(orient > 1, "orient>1");
-    return !Report::failed();
+    return !qx::Report::failed();
 }
 
 bool copy_checks(const Report& r, const void* image, const void* outImage, const QXRegion* copyRgn, int orgRow,
@@ -42,7 +42,7 @@ bool copy_checks(const Report& r, const void* image, const void* outImage, const
         r.check(copyRgn->rightBotRow < copyRgn->leftTopRow, "copyRgn->rightBotRow < copyRgn->leftTopRow");
         r.check(copyRgn->rightBotCol < copyRgn->leftTopCol, "copyRgn->rightBotCol < copyRgn->leftTopCol");
     }
-    return !Report::failed();
+    return !qx::Report::failed();
 }
 
 // Pixel types: how a row piece starting at column c is addressed, its block
@@ -105,19 +105,19 @@ void copy_region(typename P::T** image, typename P::T** outImage, const QXRegion
 extern "C" {
 
 QX_API void QXbMirrorImage(unsigned char** image, unsigned char** outImage, int nInRows, int nInCols, int orient) {
-    static constexpr Report r{"QXbMirrorImage"};
+    constexpr qx::Report r{"QXbMirrorImage"};
     if (mirror_checks(r, image, outImage, nInRows, nInCols, orient))
         mirror<BitPixels>(image, outImage, nInRows, nInCols, orient);
 }
 
 QX_API void QXnMirrorImage(unsigned char** image, unsigned char** outImage, int nInRows, int nInCols, int orient) {
-    static constexpr Report r{"QXnMirrorImage"};
+    constexpr qx::Report r{"QXnMirrorImage"};
     if (mirror_checks(r, image, outImage, nInRows, nInCols, orient))
         mirror<NibblePixels>(image, outImage, nInRows, nInCols, orient);
 }
 
 QX_API int QXyMirrorImage(unsigned char** image, unsigned char** outImage, int nInRows, int nInCols, int orient) {
-    static constexpr Report r{"QXyMirrorImage"};
+    constexpr qx::Report r{"QXyMirrorImage"};
     if (!mirror_checks(r, image, outImage, nInRows, nInCols, orient))
         return QXGetStatus();
     mirror<UBytePixels>(image, outImage, nInRows, nInCols, orient);
@@ -125,7 +125,7 @@ QX_API int QXyMirrorImage(unsigned char** image, unsigned char** outImage, int n
 }
 
 QX_API int QXtMirrorImage(signed char** image, signed char** outImage, int nInRows, int nInCols, int orient) {
-    static constexpr Report r{"QXtMirrorImage"};
+    constexpr qx::Report r{"QXtMirrorImage"};
     if (!mirror_checks(r, image, outImage, nInRows, nInCols, orient))
         return QXGetStatus();
     mirror<SBytePixels>(image, outImage, nInRows, nInCols, orient);
@@ -134,21 +134,21 @@ QX_API int QXtMirrorImage(signed char** image, signed char** outImage, int nInRo
 
 QX_API void QXbCopyImage(unsigned char** image, unsigned char** outImage, const QXRegion* copyRgn, int orgRow,
                          int orgCol) {
-    static constexpr Report r{"QXbCopyImage"};
+    constexpr qx::Report r{"QXbCopyImage"};
     if (copy_checks(r, image, outImage, copyRgn, orgRow, orgCol))
         copy_region<BitPixels>(image, outImage, *copyRgn, orgRow, orgCol);
 }
 
 QX_API void QXnCopyImage(unsigned char** image, unsigned char** outImage, const QXRegion* copyRgn, int orgRow,
                          int orgCol) {
-    static constexpr Report r{"QXnCopyImage"};
+    constexpr qx::Report r{"QXnCopyImage"};
     if (copy_checks(r, image, outImage, copyRgn, orgRow, orgCol))
         copy_region<NibblePixels>(image, outImage, *copyRgn, orgRow, orgCol);
 }
 
 QX_API int QXyCopyImage(unsigned char** image, unsigned char** outImage, const QXRegion* copyRgn, int orgRow,
                         int orgCol) {
-    static constexpr Report r{"QXyCopyImage"};
+    constexpr qx::Report r{"QXyCopyImage"};
     if (!copy_checks(r, image, outImage, copyRgn, orgRow, orgCol))
         return QXGetStatus();
     copy_region<UBytePixels>(image, outImage, *copyRgn, orgRow, orgCol);
@@ -156,7 +156,7 @@ QX_API int QXyCopyImage(unsigned char** image, unsigned char** outImage, const Q
 }
 
 QX_API int QXtCopyImage(signed char** image, signed char** outImage, const QXRegion* copyRgn, int orgRow, int orgCol) {
-    static constexpr Report r{"QXtCopyImage"};
+    constexpr qx::Report r{"QXtCopyImage"};
     if (!copy_checks(r, image, outImage, copyRgn, orgRow, orgCol))
         return QXGetStatus();
     copy_region<SBytePixels>(image, outImage, *copyRgn, orgRow, orgCol);

@@ -25,7 +25,7 @@ using u8 = std::uint8_t;
 bool dst_checks(const Report& r, int n, const void* dst) {
     r.check(n <= 0, "n<=0");
     r.check(dst == nullptr, "dst==0");
-    return !Report::failed();
+    return !qx::Report::failed();
 }
 
 // Byte, short and float Copy; byte and short X2.
@@ -33,7 +33,7 @@ bool src_dst_checks(const Report& r, int n, const void* src, const void* dst) {
     r.check(n <= 0, "n<=0");
     r.check(src == nullptr, "src==0");
     r.check(dst == nullptr, "dst==0");
-    return !Report::failed();
+    return !qx::Report::failed();
 }
 
 // Byte and short X3.
@@ -42,7 +42,7 @@ bool two_src_checks(const Report& r, int n, const void* srcA, const void* srcB, 
     r.check(srcA == nullptr, "srcA==0");
     r.check(srcB == nullptr, "srcB==0");
     r.check(dst == nullptr, "dst==0");
-    return !Report::failed();
+    return !qx::Report::failed();
 }
 
 // Texts of a start position's two range checks; the limit is 7 for bits, 1 for
@@ -69,7 +69,7 @@ bool packed_dst_checks(const Report& r, const void* dst, const PosCheck& c, int 
     r.check(dst == nullptr, "dst==0");
     position_checks(r, c, pos);
     r.check(n <= 0, "n<=0");
-    return !Report::failed();
+    return !qx::Report::failed();
 }
 
 // Packed Copy and X2: positions, n, then the pointers.
@@ -80,7 +80,7 @@ bool packed_src_dst_checks(const Report& r, const PosCheck& s, int srcStartPos, 
     r.check(n <= 0, "n<=0");
     r.check(src == nullptr, "src==0");
     r.check(dst == nullptr, "dst==0");
-    return !Report::failed();
+    return !qx::Report::failed();
 }
 
 // Packed X3.
@@ -92,7 +92,7 @@ bool packed_two_src_checks(const Report& r, const PosCheck& s, int srcStartPos, 
     r.check(srcA == nullptr, "srcA==0");
     r.check(srcB == nullptr, "srcB==0");
     r.check(dst == nullptr, "dst==0");
-    return !Report::failed();
+    return !qx::Report::failed();
 }
 
 // Nibble X2s: the position first, the pointer last.
@@ -100,7 +100,7 @@ bool nibble_scalar_checks(const Report& r, int dstStartPos, int n, const void* d
     position_checks(r, kNibbleDst, dstStartPos);
     r.check(n <= 0, "n<=0");
     r.check(dst == nullptr, "dst==0");
-    return !Report::failed();
+    return !qx::Report::failed();
 }
 
 std::size_t count(int n, std::size_t width) { return static_cast<std::size_t>(n) * width; }
@@ -110,79 +110,150 @@ const u8* bytes(const void* p) { return static_cast<const u8*>(p); }
 
 }  // namespace
 
+// And, Or and Xor: two-operand, three-operand and scalar forms of each width.
+#define QX_LOG_BITWISE(Name)                                                                                         \
+QX_API void QXbb##Name##2(const unsigned char* src, unsigned char* dst, int srcStartPos, int dstStartPos, int n) {   \
+    constexpr qx::Report r{"QXbb" #Name "2"};                                                                        \
+    if (packed_src_dst_checks(r, kBitSrc, srcStartPos, kBitDst, dstStartPos, n, src, dst))                           \
+        pk::bits_apply<pk::Op##Name##2>(dst, dstStartPos, src, nullptr, srcStartPos, n);                             \
+}                                                                                                                    \
+                                                                                                                     \
+QX_API void QXnb##Name##2(const unsigned char* src, unsigned char* dst, int srcStartPos, int dstStartPos, int n) {   \
+    constexpr qx::Report r{"QXnb" #Name "2"};                                                                        \
+    if (packed_src_dst_checks(r, kNibbleSrc, srcStartPos, kNibbleDst, dstStartPos, n, src, dst))                     \
+        pk::nibbles_apply<pk::Op##Name##2>(dst, dstStartPos, src, nullptr, srcStartPos, n);                          \
+}                                                                                                                    \
+                                                                                                                     \
+QX_API void QXyb##Name##2(const unsigned char* src, unsigned char* dst, int n) {                                     \
+    constexpr qx::Report r{"QXyb" #Name "2"};                                                                        \
+    if (src_dst_checks(r, n, src, dst))                                                                              \
+        pk::block<pk::Op##Name##2>(dst, src, nullptr, count(n, 1));                                                  \
+}                                                                                                                    \
+                                                                                                                     \
+QX_API void QXwb##Name##2(const short* src, short* dst, int n) {                                                     \
+    constexpr qx::Report r{"QXwb" #Name "2"};                                                                        \
+    if (src_dst_checks(r, n, src, dst))                                                                              \
+        pk::block<pk::Op##Name##2>(bytes(dst), bytes(src), nullptr, count(n, sizeof(short)));                        \
+}                                                                                                                    \
+                                                                                                                     \
+QX_API void QXbb##Name##3(const unsigned char* srcA, const unsigned char* srcB, unsigned char* dst, int srcStartPos, \
+                            int dstStartPos, int n) {                                                                \
+    constexpr qx::Report r{"QXbb" #Name "3"};                                                                        \
+    if (packed_two_src_checks(r, kBitSrc, srcStartPos, kBitDst, dstStartPos, n, srcA, srcB, dst))                    \
+        pk::bits_apply<pk::Op##Name##3>(dst, dstStartPos, srcA, srcB, srcStartPos, n);                               \
+}                                                                                                                    \
+                                                                                                                     \
+QX_API void QXnb##Name##3(const unsigned char* srcA, const unsigned char* srcB, unsigned char* dst, int srcStartPos, \
+                            int dstStartPos, int n) {                                                                \
+    constexpr qx::Report r{"QXnb" #Name "3"};                                                                        \
+    if (packed_two_src_checks(r, kNibbleSrc, srcStartPos, kNibbleDst, dstStartPos, n, srcA, srcB, dst))              \
+        pk::nibbles_apply<pk::Op##Name##3>(dst, dstStartPos, srcA, srcB, srcStartPos, n);                            \
+}                                                                                                                    \
+                                                                                                                     \
+QX_API void QXyb##Name##3(const unsigned char* srcA, const unsigned char* srcB, unsigned char* dst, int n) {         \
+    constexpr qx::Report r{"QXyb" #Name "3"};                                                                        \
+    if (two_src_checks(r, n, srcA, srcB, dst))                                                                       \
+        pk::block<pk::Op##Name##3>(dst, srcA, srcB, count(n, 1));                                                    \
+}                                                                                                                    \
+                                                                                                                     \
+QX_API void QXwb##Name##3(const short* srcA, const short* srcB, short* dst, int n) {                                 \
+    constexpr qx::Report r{"QXwb" #Name "3"};                                                                        \
+    if (two_src_checks(r, n, srcA, srcB, dst))                                                                       \
+        pk::block<pk::Op##Name##3>(bytes(dst), bytes(srcA), bytes(srcB), count(n, sizeof(short)));                   \
+}                                                                                                                    \
+                                                                                                                     \
+QX_API void QXnb##Name##2s(unsigned char val, unsigned char* dst, int dstStartPos, int n) {                          \
+    constexpr qx::Report r{"QXnb" #Name "2s"};                                                                       \
+    if (nibble_scalar_checks(r, dstStartPos, n, dst))                                                                \
+        pk::nibbles_fill<pk::Op##Name##2>(dst, dstStartPos, n, val);                                                 \
+}                                                                                                                    \
+                                                                                                                     \
+QX_API void QXyb##Name##2s(unsigned char val, unsigned char* dst, int n) {                                           \
+    constexpr qx::Report r{"QXyb" #Name "2s"};                                                                       \
+    if (dst_checks(r, n, dst))                                                                                       \
+        pk::block_fill<pk::Op##Name##2>(dst, val, count(n, 1));                                                      \
+}                                                                                                                    \
+                                                                                                                     \
+QX_API void QXwb##Name##2s(short val, short* dst, int n) {                                                           \
+    constexpr qx::Report r{"QXwb" #Name "2s"};                                                                       \
+    if (dst_checks(r, n, dst))                                                                                       \
+        pk::elements_fill<pk::Op##Name##2>(reinterpret_cast<unsigned short*>(dst), static_cast<unsigned short>(val), \
+                                          count(n, 1));                                                              \
+}
+
 extern "C" {
 
 // ------------------------------------------------ Zero, Set, Copy: plain
 
 QX_API void QXybZero(unsigned char* dst, int n) {
-    static constexpr Report r{"QXybZero"};
+    constexpr qx::Report r{"QXybZero"};
     if (dst_checks(r, n, dst))
         pk::block_fill<pk::OpCopy>(dst, 0, count(n, 1));
 }
 
 QX_API void QXtbZero(signed char* dst, int n) {
-    static constexpr Report r{"QXtbZero"};
+    constexpr qx::Report r{"QXtbZero"};
     if (dst_checks(r, n, dst))
         pk::block_fill<pk::OpCopy>(reinterpret_cast<u8*>(dst), 0, count(n, 1));
 }
 
 QX_API void QXwbZero(short* dst, int n) {
-    static constexpr Report r{"QXwbZero"};
+    constexpr qx::Report r{"QXwbZero"};
     if (dst_checks(r, n, dst))
         pk::block_fill<pk::OpCopy>(reinterpret_cast<u8*>(dst), 0, count(n, sizeof(short)));
 }
 
 QX_API void QXsbZero(float* dst, int n) {
-    static constexpr Report r{"QXsbZero"};
+    constexpr qx::Report r{"QXsbZero"};
     if (dst_checks(r, n, dst))
         pk::block_fill<pk::OpCopy>(reinterpret_cast<u8*>(dst), 0, count(n, sizeof(float)));
 }
 
 QX_API void QXybSet(unsigned char val, unsigned char* dst, int n) {
-    static constexpr Report r{"QXybSet"};
+    constexpr qx::Report r{"QXybSet"};
     if (dst_checks(r, n, dst))
         pk::block_fill<pk::OpCopy>(dst, val, count(n, 1));
 }
 
 QX_API void QXtbSet(signed char val, signed char* dst, int n) {
-    static constexpr Report r{"QXtbSet"};
+    constexpr qx::Report r{"QXtbSet"};
     if (dst_checks(r, n, dst))
         pk::block_fill<pk::OpCopy>(reinterpret_cast<u8*>(dst), static_cast<u8>(val), count(n, 1));
 }
 
 QX_API void QXwbSet(short val, short* dst, int n) {
-    static constexpr Report r{"QXwbSet"};
+    constexpr qx::Report r{"QXwbSet"};
     if (dst_checks(r, n, dst))
         pk::elements_fill<pk::OpCopy>(dst, val, count(n, 1));
 }
 
 QX_API void QXsbSet(float val, float* dst, int n) {
-    static constexpr Report r{"QXsbSet"};
+    constexpr qx::Report r{"QXsbSet"};
     if (dst_checks(r, n, dst))
         pk::elements_fill<pk::OpCopy>(dst, val, count(n, 1));
 }
 
 QX_API void QXybCopy(const unsigned char* src, unsigned char* dst, int n) {
-    static constexpr Report r{"QXybCopy"};
+    constexpr qx::Report r{"QXybCopy"};
     if (src_dst_checks(r, n, src, dst))
         pk::block<pk::OpCopy>(dst, src, nullptr, count(n, 1));
 }
 
 QX_API void QXtbCopy(const signed char* src, signed char* dst, int n) {
-    static constexpr Report r{"QXtbCopy"};
+    constexpr qx::Report r{"QXtbCopy"};
     if (src_dst_checks(r, n, src, dst))
         pk::block<pk::OpCopy>(reinterpret_cast<u8*>(dst), reinterpret_cast<const u8*>(src), nullptr, count(n, 1));
 }
 
 QX_API void QXwbCopy(const short* src, short* dst, int n) {
-    static constexpr Report r{"QXwbCopy"};
+    constexpr qx::Report r{"QXwbCopy"};
     if (src_dst_checks(r, n, src, dst))
         pk::block<pk::OpCopy>(reinterpret_cast<u8*>(dst), reinterpret_cast<const u8*>(src), nullptr,
                               count(n, sizeof(short)));
 }
 
 QX_API void QXsbCopy(const float* src, float* dst, int n) {
-    static constexpr Report r{"QXsbCopy"};
+    constexpr qx::Report r{"QXsbCopy"};
     if (src_dst_checks(r, n, src, dst))
         pk::block<pk::OpCopy>(reinterpret_cast<u8*>(dst), reinterpret_cast<const u8*>(src), nullptr,
                               count(n, sizeof(float)));
@@ -191,276 +262,69 @@ QX_API void QXsbCopy(const float* src, float* dst, int n) {
 // ------------------------------------------- Zero, Set, Copy, Not: packed
 
 QX_API void QXbbZero(unsigned char* dst, int startPos, int n) {
-    static constexpr Report r{"QXbbZero"};
+    constexpr qx::Report r{"QXbbZero"};
     if (packed_dst_checks(r, dst, kBitStart, startPos, n))
         pk::bits_fill<pk::OpCopy>(dst, startPos, n, 0x00);
 }
 
 QX_API void QXnbZero(unsigned char* dst, int startPos, int n) {
-    static constexpr Report r{"QXnbZero"};
+    constexpr qx::Report r{"QXnbZero"};
     if (packed_dst_checks(r, dst, kNibbleStart, startPos, n))
         pk::nibbles_fill<pk::OpCopy>(dst, startPos, n, 0x0);
 }
 
 QX_API void QXbbSet(unsigned char val, unsigned char* dst, int startPos, int n) {
-    static constexpr Report r{"QXbbSet"};
+    constexpr qx::Report r{"QXbbSet"};
     if (packed_dst_checks(r, dst, kBitStart, startPos, n))
         pk::bits_fill<pk::OpCopy>(dst, startPos, n, (val & 1u) ? 0xFF : 0x00);
 }
 
 QX_API void QXnbSet(unsigned char val, unsigned char* dst, int startPos, int n) {
-    static constexpr Report r{"QXnbSet"};
+    constexpr qx::Report r{"QXnbSet"};
     if (packed_dst_checks(r, dst, kNibbleStart, startPos, n))
         pk::nibbles_fill<pk::OpCopy>(dst, startPos, n, val);
 }
 
 QX_API void QXbbCopy(const unsigned char* src, unsigned char* dst, int srcStartPos, int dstStartPos, int n) {
-    static constexpr Report r{"QXbbCopy"};
+    constexpr qx::Report r{"QXbbCopy"};
     if (packed_src_dst_checks(r, kBitSrc, srcStartPos, kBitDst, dstStartPos, n, src, dst))
         pk::bits_apply<pk::OpCopy>(dst, dstStartPos, src, nullptr, srcStartPos, n);
 }
 
 QX_API void QXnbCopy(const unsigned char* src, unsigned char* dst, int srcStartPos, int dstStartPos, int n) {
-    static constexpr Report r{"QXnbCopy"};
+    constexpr qx::Report r{"QXnbCopy"};
     if (packed_src_dst_checks(r, kNibbleSrc, srcStartPos, kNibbleDst, dstStartPos, n, src, dst))
         pk::nibbles_apply<pk::OpCopy>(dst, dstStartPos, src, nullptr, srcStartPos, n);
 }
 
 QX_API void QXbbNot(unsigned char* dst, int dstStartPos, int n) {
-    static constexpr Report r{"QXbbNot"};
+    constexpr qx::Report r{"QXbbNot"};
     if (packed_dst_checks(r, dst, kBitDst, dstStartPos, n))
         pk::bits_fill<pk::OpNot>(dst, dstStartPos, n, 0x00);
 }
 
 QX_API void QXnbNot(unsigned char* dst, int dstStartPos, int n) {
-    static constexpr Report r{"QXnbNot"};
+    constexpr qx::Report r{"QXnbNot"};
     if (packed_dst_checks(r, dst, kNibbleDst, dstStartPos, n))
         pk::nibbles_fill<pk::OpNot>(dst, dstStartPos, n, 0x0);
 }
 
 QX_API void QXybNot(unsigned char* dst, int n) {
-    static constexpr Report r{"QXybNot"};
+    constexpr qx::Report r{"QXybNot"};
     if (dst_checks(r, n, dst))
         pk::block_fill<pk::OpNot>(dst, 0x00, count(n, 1));
 }
 
 QX_API void QXwbNot(short* dst, int n) {
-    static constexpr Report r{"QXwbNot"};
+    constexpr qx::Report r{"QXwbNot"};
     if (dst_checks(r, n, dst))
         pk::block_fill<pk::OpNot>(bytes(dst), 0x00, count(n, sizeof(short)));
 }
 
-// ---------------------------------------------------------------- And
+// ------------------------------------------------------ And, Or, Xor
 
-QX_API void QXbbAnd2(const unsigned char* src, unsigned char* dst, int srcStartPos, int dstStartPos, int n) {
-    static constexpr Report r{"QXbbAnd2"};
-    if (packed_src_dst_checks(r, kBitSrc, srcStartPos, kBitDst, dstStartPos, n, src, dst))
-        pk::bits_apply<pk::OpAnd2>(dst, dstStartPos, src, nullptr, srcStartPos, n);
-}
-
-QX_API void QXnbAnd2(const unsigned char* src, unsigned char* dst, int srcStartPos, int dstStartPos, int n) {
-    static constexpr Report r{"QXnbAnd2"};
-    if (packed_src_dst_checks(r, kNibbleSrc, srcStartPos, kNibbleDst, dstStartPos, n, src, dst))
-        pk::nibbles_apply<pk::OpAnd2>(dst, dstStartPos, src, nullptr, srcStartPos, n);
-}
-
-QX_API void QXybAnd2(const unsigned char* src, unsigned char* dst, int n) {
-    static constexpr Report r{"QXybAnd2"};
-    if (src_dst_checks(r, n, src, dst))
-        pk::block<pk::OpAnd2>(dst, src, nullptr, count(n, 1));
-}
-
-QX_API void QXwbAnd2(const short* src, short* dst, int n) {
-    static constexpr Report r{"QXwbAnd2"};
-    if (src_dst_checks(r, n, src, dst))
-        pk::block<pk::OpAnd2>(bytes(dst), bytes(src), nullptr, count(n, sizeof(short)));
-}
-
-QX_API void QXbbAnd3(const unsigned char* srcA, const unsigned char* srcB, unsigned char* dst, int srcStartPos, int dstStartPos,
-                       int n) {
-    static constexpr Report r{"QXbbAnd3"};
-    if (packed_two_src_checks(r, kBitSrc, srcStartPos, kBitDst, dstStartPos, n, srcA, srcB, dst))
-        pk::bits_apply<pk::OpAnd3>(dst, dstStartPos, srcA, srcB, srcStartPos, n);
-}
-
-QX_API void QXnbAnd3(const unsigned char* srcA, const unsigned char* srcB, unsigned char* dst, int srcStartPos, int dstStartPos,
-                       int n) {
-    static constexpr Report r{"QXnbAnd3"};
-    if (packed_two_src_checks(r, kNibbleSrc, srcStartPos, kNibbleDst, dstStartPos, n, srcA, srcB, dst))
-        pk::nibbles_apply<pk::OpAnd3>(dst, dstStartPos, srcA, srcB, srcStartPos, n);
-}
-
-QX_API void QXybAnd3(const unsigned char* srcA, const unsigned char* srcB, unsigned char* dst, int n) {
-    static constexpr Report r{"QXybAnd3"};
-    if (two_src_checks(r, n, srcA, srcB, dst))
-        pk::block<pk::OpAnd3>(dst, srcA, srcB, count(n, 1));
-}
-
-QX_API void QXwbAnd3(const short* srcA, const short* srcB, short* dst, int n) {
-    static constexpr Report r{"QXwbAnd3"};
-    if (two_src_checks(r, n, srcA, srcB, dst))
-        pk::block<pk::OpAnd3>(bytes(dst), bytes(srcA), bytes(srcB), count(n, sizeof(short)));
-}
-
-QX_API void QXnbAnd2s(unsigned char val, unsigned char* dst, int dstStartPos, int n) {
-    static constexpr Report r{"QXnbAnd2s"};
-    if (nibble_scalar_checks(r, dstStartPos, n, dst))
-        pk::nibbles_fill<pk::OpAnd2>(dst, dstStartPos, n, val);
-}
-
-QX_API void QXybAnd2s(unsigned char val, unsigned char* dst, int n) {
-    static constexpr Report r{"QXybAnd2s"};
-    if (dst_checks(r, n, dst))
-        pk::block_fill<pk::OpAnd2>(dst, val, count(n, 1));
-}
-
-QX_API void QXwbAnd2s(short val, short* dst, int n) {
-    static constexpr Report r{"QXwbAnd2s"};
-    if (dst_checks(r, n, dst))
-        pk::elements_fill<pk::OpAnd2>(reinterpret_cast<unsigned short*>(dst), static_cast<unsigned short>(val),
-                                          count(n, 1));
-}
-
-// ---------------------------------------------------------------- Or
-
-QX_API void QXbbOr2(const unsigned char* src, unsigned char* dst, int srcStartPos, int dstStartPos, int n) {
-    static constexpr Report r{"QXbbOr2"};
-    if (packed_src_dst_checks(r, kBitSrc, srcStartPos, kBitDst, dstStartPos, n, src, dst))
-        pk::bits_apply<pk::OpOr2>(dst, dstStartPos, src, nullptr, srcStartPos, n);
-}
-
-QX_API void QXnbOr2(const unsigned char* src, unsigned char* dst, int srcStartPos, int dstStartPos, int n) {
-    static constexpr Report r{"QXnbOr2"};
-    if (packed_src_dst_checks(r, kNibbleSrc, srcStartPos, kNibbleDst, dstStartPos, n, src, dst))
-        pk::nibbles_apply<pk::OpOr2>(dst, dstStartPos, src, nullptr, srcStartPos, n);
-}
-
-QX_API void QXybOr2(const unsigned char* src, unsigned char* dst, int n) {
-    static constexpr Report r{"QXybOr2"};
-    if (src_dst_checks(r, n, src, dst))
-        pk::block<pk::OpOr2>(dst, src, nullptr, count(n, 1));
-}
-
-QX_API void QXwbOr2(const short* src, short* dst, int n) {
-    static constexpr Report r{"QXwbOr2"};
-    if (src_dst_checks(r, n, src, dst))
-        pk::block<pk::OpOr2>(bytes(dst), bytes(src), nullptr, count(n, sizeof(short)));
-}
-
-QX_API void QXbbOr3(const unsigned char* srcA, const unsigned char* srcB, unsigned char* dst, int srcStartPos, int dstStartPos,
-                       int n) {
-    static constexpr Report r{"QXbbOr3"};
-    if (packed_two_src_checks(r, kBitSrc, srcStartPos, kBitDst, dstStartPos, n, srcA, srcB, dst))
-        pk::bits_apply<pk::OpOr3>(dst, dstStartPos, srcA, srcB, srcStartPos, n);
-}
-
-QX_API void QXnbOr3(const unsigned char* srcA, const unsigned char* srcB, unsigned char* dst, int srcStartPos, int dstStartPos,
-                       int n) {
-    static constexpr Report r{"QXnbOr3"};
-    if (packed_two_src_checks(r, kNibbleSrc, srcStartPos, kNibbleDst, dstStartPos, n, srcA, srcB, dst))
-        pk::nibbles_apply<pk::OpOr3>(dst, dstStartPos, srcA, srcB, srcStartPos, n);
-}
-
-QX_API void QXybOr3(const unsigned char* srcA, const unsigned char* srcB, unsigned char* dst, int n) {
-    static constexpr Report r{"QXybOr3"};
-    if (two_src_checks(r, n, srcA, srcB, dst))
-        pk::block<pk::OpOr3>(dst, srcA, srcB, count(n, 1));
-}
-
-QX_API void QXwbOr3(const short* srcA, const short* srcB, short* dst, int n) {
-    static constexpr Report r{"QXwbOr3"};
-    if (two_src_checks(r, n, srcA, srcB, dst))
-        pk::block<pk::OpOr3>(bytes(dst), bytes(srcA), bytes(srcB), count(n, sizeof(short)));
-}
-
-QX_API void QXnbOr2s(unsigned char val, unsigned char* dst, int dstStartPos, int n) {
-    static constexpr Report r{"QXnbOr2s"};
-    if (nibble_scalar_checks(r, dstStartPos, n, dst))
-        pk::nibbles_fill<pk::OpOr2>(dst, dstStartPos, n, val);
-}
-
-QX_API void QXybOr2s(unsigned char val, unsigned char* dst, int n) {
-    static constexpr Report r{"QXybOr2s"};
-    if (dst_checks(r, n, dst))
-        pk::block_fill<pk::OpOr2>(dst, val, count(n, 1));
-}
-
-QX_API void QXwbOr2s(short val, short* dst, int n) {
-    static constexpr Report r{"QXwbOr2s"};
-    if (dst_checks(r, n, dst))
-        pk::elements_fill<pk::OpOr2>(reinterpret_cast<unsigned short*>(dst), static_cast<unsigned short>(val),
-                                          count(n, 1));
-}
-
-// ---------------------------------------------------------------- Xor
-
-QX_API void QXbbXor2(const unsigned char* src, unsigned char* dst, int srcStartPos, int dstStartPos, int n) {
-    static constexpr Report r{"QXbbXor2"};
-    if (packed_src_dst_checks(r, kBitSrc, srcStartPos, kBitDst, dstStartPos, n, src, dst))
-        pk::bits_apply<pk::OpXor2>(dst, dstStartPos, src, nullptr, srcStartPos, n);
-}
-
-QX_API void QXnbXor2(const unsigned char* src, unsigned char* dst, int srcStartPos, int dstStartPos, int n) {
-    static constexpr Report r{"QXnbXor2"};
-    if (packed_src_dst_checks(r, kNibbleSrc, srcStartPos, kNibbleDst, dstStartPos, n, src, dst))
-        pk::nibbles_apply<pk::OpXor2>(dst, dstStartPos, src, nullptr, srcStartPos, n);
-}
-
-QX_API void QXybXor2(const unsigned char* src, unsigned char* dst, int n) {
-    static constexpr Report r{"QXybXor2"};
-    if (src_dst_checks(r, n, src, dst))
-        pk::block<pk::OpXor2>(dst, src, nullptr, count(n, 1));
-}
-
-QX_API void QXwbXor2(const short* src, short* dst, int n) {
-    static constexpr Report r{"QXwbXor2"};
-    if (src_dst_checks(r, n, src, dst))
-        pk::block<pk::OpXor2>(bytes(dst), bytes(src), nullptr, count(n, sizeof(short)));
-}
-
-QX_API void QXbbXor3(const unsigned char* srcA, const unsigned char* srcB, unsigned char* dst, int srcStartPos, int dstStartPos,
-                       int n) {
-    static constexpr Report r{"QXbbXor3"};
-    if (packed_two_src_checks(r, kBitSrc, srcStartPos, kBitDst, dstStartPos, n, srcA, srcB, dst))
-        pk::bits_apply<pk::OpXor3>(dst, dstStartPos, srcA, srcB, srcStartPos, n);
-}
-
-QX_API void QXnbXor3(const unsigned char* srcA, const unsigned char* srcB, unsigned char* dst, int srcStartPos, int dstStartPos,
-                       int n) {
-    static constexpr Report r{"QXnbXor3"};
-    if (packed_two_src_checks(r, kNibbleSrc, srcStartPos, kNibbleDst, dstStartPos, n, srcA, srcB, dst))
-        pk::nibbles_apply<pk::OpXor3>(dst, dstStartPos, srcA, srcB, srcStartPos, n);
-}
-
-QX_API void QXybXor3(const unsigned char* srcA, const unsigned char* srcB, unsigned char* dst, int n) {
-    static constexpr Report r{"QXybXor3"};
-    if (two_src_checks(r, n, srcA, srcB, dst))
-        pk::block<pk::OpXor3>(dst, srcA, srcB, count(n, 1));
-}
-
-QX_API void QXwbXor3(const short* srcA, const short* srcB, short* dst, int n) {
-    static constexpr Report r{"QXwbXor3"};
-    if (two_src_checks(r, n, srcA, srcB, dst))
-        pk::block<pk::OpXor3>(bytes(dst), bytes(srcA), bytes(srcB), count(n, sizeof(short)));
-}
-
-QX_API void QXnbXor2s(unsigned char val, unsigned char* dst, int dstStartPos, int n) {
-    static constexpr Report r{"QXnbXor2s"};
-    if (nibble_scalar_checks(r, dstStartPos, n, dst))
-        pk::nibbles_fill<pk::OpXor2>(dst, dstStartPos, n, val);
-}
-
-QX_API void QXybXor2s(unsigned char val, unsigned char* dst, int n) {
-    static constexpr Report r{"QXybXor2s"};
-    if (dst_checks(r, n, dst))
-        pk::block_fill<pk::OpXor2>(dst, val, count(n, 1));
-}
-
-QX_API void QXwbXor2s(short val, short* dst, int n) {
-    static constexpr Report r{"QXwbXor2s"};
-    if (dst_checks(r, n, dst))
-        pk::elements_fill<pk::OpXor2>(reinterpret_cast<unsigned short*>(dst), static_cast<unsigned short>(val),
-                                          count(n, 1));
-}
+QX_LOG_BITWISE(And)
+QX_LOG_BITWISE(Or)
+QX_LOG_BITWISE(Xor)
 
 }  // extern "C"

@@ -18,9 +18,6 @@
 
 namespace {
 
-constexpr qx::Report kFloatVQ{"QXsVQKohonen"};
-constexpr qx::Report kShortVQ{"QXwVQKohonen"};
-
 using std::size_t;
 
 // Sum of squared differences of one codebook vector, in double.
@@ -87,7 +84,7 @@ extern "C" {
 
 QX_API void QXsVQKohonen(const float* input, int numberOfInputs, int numberOfOutputs, const float* weights,
                          int numberOfRanks, short* rankList, int doSqrt, float* output) {
-    const qx::Report& r = kFloatVQ;
+    constexpr qx::Report r{"QXsVQKohonen"};
     r.check(numberOfOutputs <= 0, "numberOfOutputs<=0");
     r.check(numberOfInputs <= 0, "numberOfInputs<=0");
     r.check(input == nullptr, "input==0");
@@ -101,7 +98,7 @@ QX_API void QXsVQKohonen(const float* input, int numberOfInputs, int numberOfOut
 
 QX_API void QXwVQKohonen(const short* input, int numberOfInputs, int numberOfOutputs, const short* weights,
                          int numberOfRanks, short* rankList, int doSqrt, int doScale, int* scaleFactor, int* output) {
-    const qx::Report& r = kShortVQ;
+    constexpr qx::Report r{"QXwVQKohonen"};
     r.check(numberOfOutputs <= 0, "numberOfOutputs<=0");
     r.scaling(doScale, scaleFactor);  // checked, never used: the distances are not scaled
     r.check(numberOfInputs <= 0, "numberOfInputs<=0");

@@ -1,11 +1,17 @@
 // Reporting for every exported function: argument checks in their fixed order,
 // the status test, and the reports of memory exhaustion, overflow and traces.
 //
-//   qx::Report r{"QXybAdd2"};
+//   constexpr qx::Report r{"QXybAdd2"};
 //   r.scaling(doScale, scaleFactor);
 //   r.check(n <= 0, "n<=0");
-//   if (r.failed()) return QXGetStatus();
+//   if (qx::Report::failed())
+//       return QXGetStatus();
 //
+// That is the one spelling: a local `constexpr qx::Report r` per exported
+// function (a second local of another name where a report goes out under
+// another function's name), and `qx::Report::failed()` for the status test.
+// A function that departs from "checks, then the status test" says so where
+// it is defined.
 // A Report carries the function name exactly as the messages spell it (odd
 // names and trailing blanks included). The raising line and file come from
 // std::source_location at the call site, so every report names its true source

@@ -6,6 +6,7 @@
 #include <numeric>
 #include <limits>
 #include <random>
+#include <set>
 #include <vector>
 
 #include "test_arith_reference.h"
@@ -181,6 +182,43 @@ TEST_F(Misc, SumsBeyondTheIntRange) {
             for (const auto& r : kvxtest::reports()) EXPECT_TRUE(kvxtest::names_raising_line(r));
             EXPECT_EQ(takeReports(), (std::vector<Rep>{{c.exact > 0 ? -20 : -21, c.name, ""}}));
         });
+    }
+}
+
+// Each of the 45 arithmetic wrappers reports from its own family file, at the
+// table line that generates it.
+TEST_F(Misc, ArithmeticReportsNameTheirFamilyFile) {
+    int sf = 0;
+    const std::vector<std::pair<std::string, std::function<void()>>> families{
+        {"QX_BADD2", [&] { QXnbAdd2(0, 0, 0, 0, 0, 0, &sf), QXybAdd2(0, 0, 0, 0, &sf), QXtbAdd2(0, 0, 0, 0, &sf),
+                           QXwbAdd2(0, 0, 0, 0, &sf), QXsbAdd2(0, 0, 0); }},
+        {"QX_BSUB2", [&] { QXnbSub2(0, 0, 0, 0, 0, 0, &sf), QXybSub2(0, 0, 0, 0, &sf), QXtbSub2(0, 0, 0, 0, &sf),
+                           QXwbSub2(0, 0, 0, 0, &sf), QXsbSub2(0, 0, 0); }},
+        {"QX_BMPY2", [&] { QXnbMpy2(0, 0, 0, 0, 0, 0, &sf), QXybMpy2(0, 0, 0, 0, &sf), QXtbMpy2(0, 0, 0, 0, &sf),
+                           QXwbMpy2(0, 0, 0, 0, &sf), QXsbMpy2(0, 0, 0); }},
+        {"QX_BADD3", [&] { QXnbAdd3(0, 0, 0, 0, 0, 0, 0, &sf), QXybAdd3(0, 0, 0, 0, 0, &sf),
+                           QXtbAdd3(0, 0, 0, 0, 0, &sf), QXwbAdd3(0, 0, 0, 0, 0, &sf), QXsbAdd3(0, 0, 0, 0); }},
+        {"QX_BSUB3", [&] { QXnbSub3(0, 0, 0, 0, 0, 0, 0, &sf), QXybSub3(0, 0, 0, 0, 0, &sf),
+                           QXtbSub3(0, 0, 0, 0, 0, &sf), QXwbSub3(0, 0, 0, 0, 0, &sf), QXsbSub3(0, 0, 0, 0); }},
+        {"QX_BMPY3", [&] { QXnbMpy3(0, 0, 0, 0, 0, 0, 0, &sf), QXybMpy3(0, 0, 0, 0, 0, &sf),
+                           QXtbMpy3(0, 0, 0, 0, 0, &sf), QXwbMpy3(0, 0, 0, 0, 0, &sf), QXsbMpy3(0, 0, 0, 0); }},
+        {"QX_BADDS", [&] { QXnbAdd2s(0, 0, 0, 0, 0, &sf), QXybAdd2s(0, 0, 0, 0, &sf), QXtbAdd2s(0, 0, 0, 0, &sf),
+                           QXwbAdd2s(0, 0, 0, 0, &sf), QXsbAdd2s(0, 0, 0); }},
+        {"QX_BSUBS", [&] { QXnbSub2s(0, 0, 0, 0, 0, &sf), QXybSub2s(0, 0, 0, 0, &sf), QXtbSub2s(0, 0, 0, 0, &sf),
+                           QXwbSub2s(0, 0, 0, 0, &sf), QXsbSub2s(0, 0, 0); }},
+        {"QX_BMPYS", [&] { QXnbMpy2s(0, 0, 0, 0, 0, &sf), QXybMpy2s(0, 0, 0, 0, &sf), QXtbMpy2s(0, 0, 0, 0, &sf),
+                           QXwbMpy2s(0, 0, 0, 0, &sf), QXsbMpy2s(0, 0, 0); }},
+    };
+    for (const auto& [file, calls] : families) {
+        calls();
+        std::set<std::string> named;
+        for (const auto& r : kvxtest::reports()) {
+            EXPECT_EQ(r.file, "..\\LIBSRC\\" + file + ".cpp") << r.function;
+            EXPECT_TRUE(kvxtest::names_raising_line(r));
+            named.insert(r.function);
+        }
+        EXPECT_EQ(named.size(), 5u) << file;
+        clear();
     }
 }
 

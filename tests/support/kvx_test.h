@@ -72,6 +72,7 @@ void on_every_path(F body) {
 namespace kvxtest {
 // True when the report's file is "..\LIBSRC\<name>" of a library source and its
 // line holds the raising statement (the condition text, or a call into the
-// reporting helper).
+// reporting helper), or the table line that generates the
+// reported function).
 ::testing::AssertionResult names_raising_line(const Reported& r);
 }  // namespace kvxtest

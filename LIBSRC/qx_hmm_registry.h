@@ -1,0 +1,156 @@
+// The HMM registries: the process-wide lists of servers and classes, class
+// membership in blocks, and the release of records. Nothing here reports;
+// the operations that can fail (adding a member, a count gone wrong) stay with
+// the exported functions in QX_HMM.cpp, whose reports name that file.
+//
+// Servers and classes live in two circular lists sorted by id, each through a
+// head record of id 0. Server ids are handed out densely (the smallest free id
+// above the run of consecutive ids that starts at the head, tracked by a
+// cursor). A class keeps its members sorted by id in a chain of 64-entry
+// blocks, and carries one iteration over them.
+#pragma once
+
+#include <cstring>
+
+#include "qx_alloc.h"
+#include "qx_hmm.h"
+
+namespace qx {
+
+// ---------------------------------------------------------------------------
+// Registries
+// ---------------------------------------------------------------------------
+
+inline HMMServer g_serverHead{};
+inline HMMServer* g_cursor = nullptr;   // the record that ends the run of ids 1, 2, ... from the head
+inline int g_serverCount = 0;
+
+inline HMMClass g_classHead{};
+inline int g_classCount = 0;
+
+inline HMMServer* server_head() {
+    if (g_serverHead.next == nullptr) {
+        g_serverHead.next = g_serverHead.prev = &g_serverHead;
+        g_cursor = &g_serverHead;
+    }
+    return &g_serverHead;
+}
+
+inline HMMClass* class_head() {
+    if (g_classHead.next == nullptr)
+        g_classHead.next = g_classHead.prev = &g_classHead;
+    return &g_classHead;
+}
+
+inline HMMServer* find_server(int id) {
+    HMMServer* head = server_head();
+    for (HMMServer* p = head->next; p != head; p = p->next) {
+        if (p->HMMId == id)
+            return p;
+        if (p->HMMId > id)
+            break;
+    }
+    return nullptr;
+}
+
+inline HMMClass* find_class(int id) {
+    HMMClass* head = class_head();
+    for (HMMClass* p = head->next; p != head; p = p->next) {
+        if (p->classId == id)
+            return p;
+        if (p->classId > id)
+            break;
+    }
+    return nullptr;
+}
+
+// The lookup message: an unknown id, or none given (id 0).
+inline const char* missing_text(int id) {
+    return id != 0 ? "HMM server and/or class does not exist" : "current HMM server and/or class is not defined";
+}
+
+// Links a new record after the cursor with the cursor's id plus one, then
+// moves the cursor over the run of consecutive ids that follows.
+inline void link_server(HMMServer* s) {
+    server_head();
+    HMMServer* after = g_cursor;
+    s->HMMId = after->HMMId + 1;
+    s->prev = after;
+    s->next = after->next;
+    after->next->prev = s;
+    after->next = s;
+    HMMServer* c = s;
+    while (c->next != &g_serverHead && c->next->HMMId == c->HMMId + 1)
+        c = c->next;
+    g_cursor = c;
+    ++g_serverCount;
+}
+
+// ---------------------------------------------------------------------------
+// Class membership
+// ---------------------------------------------------------------------------
+
+inline HMMClassBlock* block_for(HMMClass* c, int id) {
+    HMMClassBlock* b = c->first;
+    while (b != nullptr && b->largestId < id && b->next != nullptr)
+        b = b->next;
+    return b;
+}
+
+inline int entry_position(const HMMClassBlock* b, int id) {
+    int pos = 0;
+    while (pos < b->count && b->entries[pos].HMMId < id)
+        ++pos;
+    return pos;
+}
+
+inline bool iteration_running(const HMMClass* c) { return (c->flags & (kClassStart | kClassExhausted)) == 0; }
+
+inline void remove_member(HMMClass* c, int id) {
+    HMMClassBlock* b = block_for(c, id);
+    if (b == nullptr)
+        return;
+    int pos = entry_position(b, id);
+    if (pos >= b->count || b->entries[pos].HMMId != id)
+        return;
+    std::memmove(b->entries + pos, b->entries + pos + 1, sizeof(HMMClassEntry) * (b->count - pos - 1));
+    --b->count;
+    b->entries[b->count] = HMMClassEntry{0, nullptr};
+    --c->count;
+    if (c->current == b && pos <= c->index)
+        --c->index;   // the next step lands on the member after the removed one
+    if (b->count == 0 && b->next != nullptr) {   // the last block is kept
+        if (c->first == b) {
+            c->first = b->next;
+        } else {
+            HMMClassBlock* p = c->first;
+            while (p->next != b)
+                p = p->next;
+            p->next = b->next;
+        }
+        if (c->current == b) {
+            c->current = b->next;
+            c->index = -1;
+        }
+        qx::free(b);
+    }
+}
+
+inline void release_class(HMMClass* c) {
+    for (HMMClassBlock* b = c->first; b != nullptr;) {
+        HMMClassBlock* n = b->next;
+        qx::free(b);
+        b = n;
+    }
+    qx::free(c);
+}
+
+inline void release_arrays(HMMServer* s) {
+    qx::free(s->tprob);
+    qx::free(s->oprob);
+    qx::free(s->iprob);
+    qx::free(s->extra);
+    qx::free(s->outPdfs);
+}
+
+}  // namespace qx
