@@ -136,12 +136,12 @@ py::object rfft(const py::array& x, bool packed, const py::object& scaling, int 
     auto in = Array<float>::ensure(x);
     if (!in || in.ndim() != 1) throw py::value_error("the signal must be a 1-D real array");
     const int order = fftOrder(in.shape(0), "the signal");
-    auto spec = empty<float>({in.shape(0)});
+    auto spectrum = empty<float>({in.shape(0)});
     const float* src = in.data();
-    float* dst = spec.mutable_data();
+    float* dst = spectrum.mutable_data();
     guarded([&] { QXsRealFftNip(src, dst, order, QX_FORWARD); });
-    if (packed) return spec;
-    return unpack(spec.data(), in.shape(0));
+    if (packed) return spectrum;
+    return unpack(spectrum.data(), in.shape(0));
 }
 
 py::object irfft(const py::array& spectrum, py::ssize_t n, bool packed, bool scaled, const py::object& scaling,

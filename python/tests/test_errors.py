@@ -102,12 +102,12 @@ def test_fft_against_numpy_and_the_c_interface(clib):
         np.testing.assert_allclose(kvxpx.fft(y, inverse=True), x, rtol=1e-4, atol=1e-5)
         np.testing.assert_allclose(kvxpx.fft(y, inverse=True, scaled=False), n * x, rtol=1e-4, atol=1e-4 * n)
     r = rng.standard_normal(256).astype(np.float32)
-    spec = kvxpx.rfft(r)
-    np.testing.assert_allclose(spec, np.fft.rfft(r), rtol=1e-4, atol=1e-4)
+    spectrum = kvxpx.rfft(r)
+    np.testing.assert_allclose(spectrum, np.fft.rfft(r), rtol=1e-4, atol=1e-4)
     packed = kvxpx.rfft(r, packed=True)
-    assert packed[0] == spec[0].real and packed[1] == spec[-1].real
-    np.testing.assert_allclose(kvxpx.irfft(spec), r, atol=1e-5)
-    assert kvxpx.irfft(packed, packed=True).tobytes() == kvxpx.irfft(spec).tobytes()
+    assert packed[0] == spectrum[0].real and packed[1] == spectrum[-1].real
+    np.testing.assert_allclose(kvxpx.irfft(spectrum), r, atol=1e-5)
+    assert kvxpx.irfft(packed, packed=True).tobytes() == kvxpx.irfft(spectrum).tobytes()
     with pytest.raises(ValueError, match="power-of-two"):
         kvxpx.fft(np.zeros(6, np.complex64))
 
