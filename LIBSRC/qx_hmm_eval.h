@@ -23,7 +23,7 @@
 
 namespace qx::hmm {
 
-using where = std::source_location;
+using qx::where;
 
 template <class In>
 constexpr bool is_float = std::is_same_v<In, float>;
