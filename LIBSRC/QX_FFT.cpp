@@ -208,6 +208,13 @@ void packed_float(float* x, int order, const float* w, const float* wHalf, const
         scale_all(x, 2 * m, 1.0f / static_cast<float>(points(order)));
 }
 
+// The cached table of `order` in `slots` when it is there, else get(order),
+// which builds it or reports why not: a call on cached tables costs a load.
+template <class T>
+const T* table(void* const* slots, int order, T* (*get)(int)) {
+    return slots[order] ? static_cast<const T*>(qx::align32(slots[order])) : get(order);
+}
+
 bool inverse_of(int flags) noexcept { return (flags & QX_INVERSE) != 0; }
 bool scaled(int flags) noexcept { return (flags & QX_INVERSE) && !(flags & QX_NO_INVERSE_SCALING); }
 
@@ -328,8 +335,9 @@ QX_API void QXcFft(float* samps, int order, int flags) {
     r.check(samps == nullptr, "samps==0");
     if (qx::Report::failed() || order == 0)
         return;
-    const float* w = QXcGetFftTwdTbl(order);
-    const int* rev = order >= 3 ? QXGetBitRevTbl(order) : nullptr;
+    const qx::Context& c = *qx::context();
+    const float* w = table(c.cTwd, order, QXcGetFftTwdTbl);
+    const int* rev = order >= 3 ? table(c.bitRev, order, QXGetBitRevTbl) : nullptr;
     if (qx::Report::failed()) {
         r.raise(QX_StsBackTrace, "Bad Ptr");
         return;
@@ -351,9 +359,10 @@ QX_API void QXsRealFft(float* samps, int order, int flags) {
     r.check(samps == nullptr, "samps==0");
     if (qx::Report::failed() || order == 0)
         return;
-    const float* T = qx::fft::real_twiddles(order);
-    const float* wHalf = QXcGetFftTwdTbl(order - 1);
-    const int* revHalf = order - 1 >= 3 ? QXGetBitRevTbl(order - 1) : nullptr;
+    const qx::Context& c = *qx::context();
+    const float* T = table(c.rTwd, order, qx::fft::real_twiddles);
+    const float* wHalf = table(c.cTwd, order - 1, QXcGetFftTwdTbl);
+    const int* revHalf = order - 1 >= 3 ? table(c.bitRev, order - 1, QXGetBitRevTbl) : nullptr;
     if (qx::Report::failed()) {
         r.raise(QX_StsBackTrace, "Bad Ptr");
         return;
@@ -375,9 +384,10 @@ QX_API void QXsCcsFft(float* samps, int order, int flags) {
     r.check(samps == nullptr, "samps==0");
     if (qx::Report::failed() || order == 0)
         return;
-    const float* w = QXcGetFftTwdTbl(order);
-    const float* wHalf = QXcGetFftTwdTbl(order - 1);
-    const int* revHalf = order - 1 >= 3 ? QXGetBitRevTbl(order - 1) : nullptr;
+    const qx::Context& c = *qx::context();
+    const float* w = table(c.cTwd, order, QXcGetFftTwdTbl);
+    const float* wHalf = table(c.cTwd, order - 1, QXcGetFftTwdTbl);
+    const int* revHalf = order - 1 >= 3 ? table(c.bitRev, order - 1, QXGetBitRevTbl) : nullptr;
     if (qx::Report::failed()) {
         r.raise(QX_StsBackTrace, "Bad Ptr");
         return;
