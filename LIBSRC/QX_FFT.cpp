@@ -6,6 +6,7 @@
 #pragma GCC optimize("fp-contract=off")
 
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <initializer_list>
 #include <numbers>
@@ -136,15 +137,16 @@ void reorder(float* x, int order, const int* rev) noexcept {
 }
 
 // Radix4<FloatOps>::run followed by the bit reversal, with the AVX2 stages
-// where the processor has them; the last pass then writes bit-reversed.
-// `w` comes from QXcGetFftTwdTbl (the widened copies may follow it).
-void float_core(float* x, int order, const float* w, const int* rev, bool inverse) noexcept {
+// where the processor has them; the last pass then writes bit-reversed, and
+// with `settle` settles the NaNs of a forward transform. `w` comes from
+// QXcGetFftTwdTbl (the widened copies may follow it). True when it settled.
+bool float_core(float* x, int order, const float* w, const int* rev, bool inverse, bool settle) noexcept {
     using Core = qx::fft::Radix4<FloatOps>;
     const std::size_t n = points(order);
     if (!use_avx2() || n <= 4) {
         Core::run(x, order, w, inverse);
         reorder(x, order, rev);
-        return;
+        return false;
     }
 #if QX_FFT_X86
     if (inverse)
@@ -156,56 +158,86 @@ void float_core(float* x, int order, const float* w, const int* rev, bool invers
         if (e && q >= 4)
             e += 12 * q;
     }
+    settle = settle && !inverse;  // the conjugation below would turn a settled NaN
     if (order == 3) {
         std::uint64_t tmp[8];
         qx::fft::avx2::pairs_scatter(x, n, rev, tmp);
         std::memcpy(x, tmp, sizeof tmp);
-    } else if (order & 1) {
-        qx::fft::avx2::last_pass_reversed<false>(x, n, rev);
     } else {
-        qx::fft::avx2::last_pass_reversed<true>(x, n, rev);
+        using Pass = void (*)(float*, std::size_t, const int*);
+        constexpr Pass passes[2][2] = {{qx::fft::avx2::last_pass_reversed<false, false>,
+                                        qx::fft::avx2::last_pass_reversed<false, true>},
+                                       {qx::fft::avx2::last_pass_reversed<true, false>,
+                                        qx::fft::avx2::last_pass_reversed<true, true>}};
+        passes[(order & 1) == 0][settle](x, n, rev);
     }
     if (inverse)  // conjugation commutes with the permutation
         FloatOps::conj(x, n);
+    return settle;
+#else
+    return false;
 #endif
 }
 
-void scale_all(float* x, std::size_t count, float f) noexcept {
-    for (std::size_t i = 0; i < count; ++i)
-        x[i] *= f;
+// The last pass of a float transform: NaNs settled (unless the vector kernels
+// stored them settled), and with `scale` every value times f; a settled NaN
+// stays one when scaled.
+inline void settle_all(float* x, std::size_t count) noexcept {
+    for (std::size_t i = 0; i < count; ++i) {
+        std::uint32_t b;
+        std::memcpy(&b, x + i, 4);
+        b = qx::fft::settled(b);
+        std::memcpy(x + i, &b, 4);
+    }
+}
+
+inline void finish_pass_body(float* x, std::size_t count, bool settle, bool scale, float f) noexcept {
+    if (settle)
+        settle_all(x, count);
+    if (scale)
+        for (std::size_t i = 0; i < count; ++i)
+            x[i] *= f;
+}
+QX_AVX2_TWIN(finish_pass, (float* x, std::size_t count, bool settle, bool scale, float f), (x, count, settle, scale, f))
+
+inline void finish(float* x, std::size_t count, bool settle, bool scale, float f) noexcept {
+    if (settle || scale)
+        finish_pass(x, count, settle, scale, f);
 }
 
 void complex_float(float* x, int order, const float* w, const int* rev, bool inverse, bool scale) noexcept {
-    float_core(x, order, w, rev, inverse);
-    if (scale)
-        scale_all(x, 2 * points(order), 1.0f / static_cast<float>(points(order)));
+    const bool settled = float_core(x, order, w, rev, inverse, true);
+    finish(x, 2 * points(order), !settled, scale, 1.0f / static_cast<float>(points(order)));
 }
 
 void real_float(float* x, int order, const float* T, const float* wHalf, const int* revHalf, bool inverse,
                 bool scale) noexcept {
     const std::size_t m = points(order - 1);
     if (order - 1 > 0) {
-        float_core(x, order - 1, wHalf, revHalf, inverse);
+        float_core(x, order - 1, wHalf, revHalf, inverse, false);
     }
     std::size_t from = 1;
+    bool settled = false;
 #if QX_FFT_X86
-    if (use_avx2())
+    if (use_avx2()) {  // the vector split stores pairs below `from` settled
         from = qx::fft::avx2::real_split_avx2(x, m, T, !inverse);
+        settled = true;
+    }
 #endif
     qx::fft::real_split<FloatOps>(x, m, T, !inverse, from);
-    if (scale)
-        scale_all(x, 2 * m, 1.0f / static_cast<float>(points(order)));
+    if (settled) {  // what the scalar split wrote: z[0], z[1] and the pairs from `from` on
+        settle_all(x, 2);
+        settle_all(x + 2 * from, 2 * m + 2 - 4 * from);
+    }
+    finish(x, 2 * m, !settled, scale, 1.0f / static_cast<float>(points(order)));
 }
 
 void packed_float(float* x, int order, const float* w, const float* wHalf, const int* revHalf, bool inverse,
                   bool scale) noexcept {
     const std::size_t m = points(order - 1);
     qx::fft::packed_unsplit<FloatOps>(x, m, w, !inverse);
-    if (order - 1 > 0) {
-        float_core(x, order - 1, wHalf, revHalf, inverse);
-    }
-    if (scale)
-        scale_all(x, 2 * m, 1.0f / static_cast<float>(points(order)));
+    const bool settled = order - 1 > 0 && float_core(x, order - 1, wHalf, revHalf, inverse, true);
+    finish(x, 2 * m, !settled, scale, 1.0f / static_cast<float>(points(order)));
 }
 
 // The cached table of `order` in `slots` when it is there, else get(order),

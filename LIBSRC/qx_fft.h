@@ -39,6 +39,13 @@ constexpr int kPackedIn = 0x08000000; // short core: packed spectrum in, real si
 constexpr const char* kBothDirections = "Error in flag (QX_FORWARD & QX_INVERSE are presented)";
 constexpr const char* kNoDirection = "Error in flag (QX_FORWARD & QX_INVERSE are not presented)";
 
+// Every NaN a float transform returns is the quiet NaN 0x7fc00000. Which of
+// two NaN operands a sum passes on (its sign and payload) is the compiler's
+// and the processor's choice, not the source's; one NaN keeps the bytes of
+// every kernel path and every build the same.
+constexpr std::uint32_t kQuietNan = 0x7fc00000u;
+inline std::uint32_t settled(std::uint32_t bits) noexcept { return (bits & 0x7fffffffu) > 0x7f800000u ? kQuietNan : bits; }
+
 // 2^order: the points of a transform of `order`.
 inline std::size_t points(int order) noexcept { return std::size_t{1} << order; }
 

@@ -25,6 +25,18 @@ namespace qx::fft::avx2 {
 QX_AVX2 inline __m256d load2(const float* p) noexcept { return _mm256_cvtps_pd(_mm_loadu_ps(p)); }
 QX_AVX2 inline void store2(float* p, __m256d v) noexcept { _mm_storeu_ps(p, _mm256_cvtpd_ps(v)); }
 
+// NaN lanes replaced by the library's one quiet NaN (qx::fft::settled).
+QX_AVX2 inline __m256 settle(__m256 v) noexcept {
+    const __m256 nan = _mm256_castsi256_ps(_mm256_set1_epi32(static_cast<int>(kQuietNan)));
+    return _mm256_blendv_ps(v, nan, _mm256_cmp_ps(v, v, _CMP_UNORD_Q));
+}
+QX_AVX2 inline __m128 settle(__m128 v) noexcept {
+    const __m128 nan = _mm_castsi128_ps(_mm_set1_epi32(static_cast<int>(kQuietNan)));
+    return _mm_blendv_ps(v, nan, _mm_cmpunord_ps(v, v));
+}
+// store2 for a result: NaNs settled.
+QX_AVX2 inline void store2_settled(float* p, __m256d v) noexcept { _mm_storeu_ps(p, settle(_mm256_cvtpd_ps(v))); }
+
 // Twiddles W(j0 * s) and W((j0 + 1) * s).
 QX_AVX2 inline __m256d twiddles2(const float* w, std::size_t j0, std::size_t s) noexcept {
     const float* p = w + 2 * j0 * s;
@@ -155,7 +167,7 @@ QX_AVX2 inline __m256d sum_dif(__m256d uv) noexcept {
     return _mm256_add_pd(u, _mm256_xor_pd(v, _mm256_set_pd(-0.0, -0.0, 0.0, 0.0)));
 }
 
-// The last pass fused with the bit reversal, in place (orders >= 4): the
+// The last pass fused with the bit reversal, in place, NaNs settled with kSettle (orders >= 4): the
 // q = 1 radix-4 stage for even orders, the radix-2 pass for odd ones. An index
 // splits into its top two bits T, middle bits M and low two bits L. The pass
 // combines the elements of equal T and M; the reversal takes (T, M, L) to
@@ -163,7 +175,7 @@ QX_AVX2 inline __m256d sum_dif(__m256d uv) noexcept {
 // one per quarter) land as four runs of four at middle rev M: the runs are
 // transposed in float, widened, combined and stored whole, the blocks M and
 // rev M together.
-template <bool kRadix4>
+template <bool kRadix4, bool kSettle>
 QX_AVX2 inline void last_block(const float* x, std::size_t quarter, std::size_t at, __m256 y[4]) noexcept {
     // Runs in the lane order of their destination: quarters 0, 2, 1, 3.
     const float* p = x + 2 * at;
@@ -200,10 +212,10 @@ QX_AVX2 inline void last_block(const float* x, std::size_t quarter, std::size_t 
             half[h][k] = _mm256_cvtpd_ps(r[k]);
     }
     for (int k = 0; k < 4; ++k)
-        y[k] = _mm256_set_m128(half[1][k], half[0][k]);
+        y[k] = kSettle ? settle(_mm256_set_m128(half[1][k], half[0][k])) : _mm256_set_m128(half[1][k], half[0][k]);
 }
 
-template <bool kRadix4>
+template <bool kRadix4, bool kSettle>
 QX_AVX2 void last_pass_reversed(float* x, std::size_t n, const int* rev) noexcept {
     const std::size_t quarter = n / 4;
     for (std::size_t at = 0; at < quarter; at += 4) {
@@ -211,9 +223,9 @@ QX_AVX2 void last_pass_reversed(float* x, std::size_t n, const int* rev) noexcep
         if (to < at)
             continue;
         __m256 y[4], z[4];
-        last_block<kRadix4>(x, quarter, at, y);
+        last_block<kRadix4, kSettle>(x, quarter, at, y);
         if (to != at) {
-            last_block<kRadix4>(x, quarter, to, z);
+            last_block<kRadix4, kSettle>(x, quarter, to, z);
             for (std::size_t k = 0; k < 4; ++k)
                 _mm256_storeu_ps(x + 2 * (k * quarter + at), z[k]);
         }
@@ -222,17 +234,17 @@ QX_AVX2 void last_pass_reversed(float* x, std::size_t n, const int* rev) noexcep
     }
 }
 
-// The closing radix-2 pass of order 3, into bit-reversed positions of `out`.
+// The closing radix-2 pass of order 3, into bit-reversed positions of `out`, NaNs settled.
 QX_AVX2 void pairs_scatter(const float* x, std::size_t n, const int* rev, std::uint64_t* out) noexcept {
     for (std::size_t k = 0; k < n; k += 2) {
-        const __m128 f = _mm256_cvtpd_ps(sum_dif(load2(x + 2 * k)));
+        const __m128 f = settle(_mm256_cvtpd_ps(sum_dif(load2(x + 2 * k))));
         _mm_storel_pi(reinterpret_cast<__m64*>(out + rev[k]), f);
         _mm_storeh_pi(reinterpret_cast<__m64*>(out + rev[k + 1]), f);
     }
 }
 
 // The real split for pairs (k, m - k), (k + 1, m - k - 1) at a time, with the
-// operations of qx::fft::real_split; returns the first k it left undone.
+// operations of qx::fft::real_split, NaNs settled; returns the first k it left undone.
 QX_AVX2 std::size_t real_split_avx2(float* z, std::size_t m, const float* T, bool forward) noexcept {
     std::size_t k = 1;
     for (; 2 * (k + 1) < m; k += 2) {
@@ -257,8 +269,8 @@ QX_AVX2 std::size_t real_split_avx2(float* z, std::size_t m, const float* T, boo
             An = _mm256_sub_pd(A, G);
             Bn = _mm256_blend_pd(_mm256_add_pd(B, G), _mm256_sub_pd(B, G), 0b1010);
         }
-        store2(pa, An);
-        store2(pb, _mm256_permute2f128_pd(Bn, Bn, 0x01));
+        store2_settled(pa, An);
+        store2_settled(pb, _mm256_permute2f128_pd(Bn, Bn, 0x01));
     }
     return k;
 }
