@@ -108,22 +108,6 @@ int free_all(Store<Record>& st, const StoreTexts& x) noexcept {
     return result;
 }
 
-// The argument checks of both Ini functions; false when the call must end.
-template <class T>
-bool ini_checks(const qx::Report& r, T** pSeq, int nSeq, int len) noexcept {
-    r.check(nSeq <= 0, "nSeq<=0");
-    r.check(len <= 0, "len<=0");
-    r.check(pSeq == nullptr, "pSeq==0");
-    if (qx::Report::failed())
-        return false;
-    for (int i = 0; i < nSeq; ++i) {
-        r.check(pSeq[i] == nullptr, "pSeq[i]==0");
-        if (qx::Report::failed())
-            return false;
-    }
-    return true;
-}
-
 // A 16-bit record of nSeq rows of len values, not yet entered: its row
 // pointers, one block for the 8-byte aligned rows ((len + 16) x nSeq x 4
 // bytes, more than the rows need) and the float copy, zeroed so that rows a
@@ -175,6 +159,31 @@ SRecord* new_s_record(int nSeq, int len) noexcept {
     rec->nSeq = nSeq;
     rec->len = len;
     return rec;
+}
+
+// Both Ini functions: the checks, a new record from `make`, its id, its rows
+// from `fill`, and its link at the tail. Returns the id, or -1.
+template <class Record, class T, class Make, class Fill>
+int ini(Store<Record>& st, const StoreTexts& x, T** pSeq, int nSeq, int len, Make make, Fill fill) noexcept {
+    x.ini.check(nSeq <= 0, "nSeq<=0");
+    x.ini.check(len <= 0, "len<=0");
+    x.ini.check(pSeq == nullptr, "pSeq==0");
+    if (qx::Report::failed())
+        return -1;
+    for (int i = 0; i < nSeq; ++i) {
+        x.ini.check(pSeq[i] == nullptr, "pSeq[i]==0");
+        if (qx::Report::failed())
+            return -1;
+    }
+    Record* rec = make(nSeq, len);
+    if (rec == nullptr) {
+        x.ini.raise(QX_StsNoMem, x.noMem);
+        return -1;
+    }
+    enter(st, rec);
+    fill(rec);
+    link(st, rec);
+    return rec->id;
 }
 
 // -scaleFactor with two's-complement wrap-around (INT_MIN stays INT_MIN).
@@ -231,36 +240,20 @@ int QXsPatternPtrFree(SRecord* record) { return ptr_free(sPatterns, sTexts, reco
 extern "C" {
 
 QX_API int QXwPatternIni(short** pSeq, int nSeq, int len, int scaleFactor) {
-    if (!ini_checks(wTexts.ini, pSeq, nSeq, len))
-        return -1;
-    WRecord* rec = new_w_record(nSeq, len);
-    if (rec == nullptr) {
-        wTexts.ini.raise(QX_StsNoMem, wTexts.noMem);
-        return -1;
-    }
-    enter(wPatterns, rec);
-    rec->scaleFactor = scaleFactor;
-    for (int i = 0; i < nSeq; ++i) {
-        QXwsbConvertUp(pSeq[i], rec->floatRows[i], len, negate(scaleFactor));
-        QXwbCopy(pSeq[i], rec->pSeq[i], len);
-    }
-    link(wPatterns, rec);
-    return rec->id;
+    return ini(wPatterns, wTexts, pSeq, nSeq, len, new_w_record, [&](WRecord* rec) {
+        rec->scaleFactor = scaleFactor;
+        for (int i = 0; i < nSeq; ++i) {
+            QXwsbConvertUp(pSeq[i], rec->floatRows[i], len, negate(scaleFactor));
+            QXwbCopy(pSeq[i], rec->pSeq[i], len);
+        }
+    });
 }
 
 QX_API int QXsPatternIni(float** pSeq, int nSeq, int len) {
-    if (!ini_checks(sTexts.ini, pSeq, nSeq, len))
-        return -1;
-    SRecord* rec = new_s_record(nSeq, len);
-    if (rec == nullptr) {
-        sTexts.ini.raise(QX_StsNoMem, sTexts.noMem);
-        return -1;
-    }
-    enter(sPatterns, rec);
-    for (int i = 0; i < nSeq; ++i)
-        QXsbCopy(pSeq[i], rec->pSeq[i], len);
-    link(sPatterns, rec);
-    return rec->id;
+    return ini(sPatterns, sTexts, pSeq, nSeq, len, new_s_record, [&](SRecord* rec) {
+        for (int i = 0; i < nSeq; ++i)
+            QXsbCopy(pSeq[i], rec->pSeq[i], len);
+    });
 }
 
 QX_API int QXwPatternGet(int idPttrn, short*** pSeq, int* nSeq, int* len, int* scaleFactor) {

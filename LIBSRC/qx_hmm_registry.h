@@ -42,27 +42,21 @@ inline HMMClass* class_head() {
     return &g_classHead;
 }
 
-inline HMMServer* find_server(int id) {
-    HMMServer* head = server_head();
-    for (HMMServer* p = head->next; p != head; p = p->next) {
-        if (p->HMMId == id)
+// The record of `id` in a circular list sorted by id (its member `idOf`), or
+// null.
+template <class R>
+R* find_in(R* head, int R::*idOf, int id) {
+    for (R* p = head->next; p != head; p = p->next) {
+        if (p->*idOf == id)
             return p;
-        if (p->HMMId > id)
+        if (p->*idOf > id)
             break;
     }
     return nullptr;
 }
 
-inline HMMClass* find_class(int id) {
-    HMMClass* head = class_head();
-    for (HMMClass* p = head->next; p != head; p = p->next) {
-        if (p->classId == id)
-            return p;
-        if (p->classId > id)
-            break;
-    }
-    return nullptr;
-}
+inline HMMServer* find_server(int id) { return find_in(server_head(), &HMMServer::HMMId, id); }
+inline HMMClass* find_class(int id) { return find_in(class_head(), &HMMClass::classId, id); }
 
 // The lookup message: an unknown id, or none given (id 0).
 inline const char* missing_text(int id) {
