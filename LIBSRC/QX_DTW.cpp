@@ -162,7 +162,8 @@ SRecord* new_s_record(int nSeq, int len) noexcept {
 }
 
 // Both Ini functions: the checks, a new record from `make`, its id, its rows
-// from `fill`, and its link at the tail. Returns the id, or -1.
+// from `fill`, and its link at the tail. Returns the id, or -1. The row checks
+// depart from the usual shape: they stop at the first null row.
 template <class Record, class T, class Make, class Fill>
 int ini(Store<Record>& st, const StoreTexts& x, T** pSeq, int nSeq, int len, Make make, Fill fill) noexcept {
     x.ini.check(nSeq <= 0, "nSeq<=0");
@@ -227,6 +228,9 @@ void qx::dtw::band_bounds(int n, int m, int delta, Band* band) noexcept {
 // ---------------------------------------------------------------------------
 // Internal lookups and releases
 // ---------------------------------------------------------------------------
+
+// The lookups, releases, Get, Free and FreeAll depart from the usual shape:
+// they make no status test, so they report and work while an error is pending.
 
 WRecord* QXwPatternPtrGet(int idPttrn) { return ptr_get(wPatterns, wTexts, idPttrn); }
 SRecord* QXsPatternPtrGet(int idPttrn) { return ptr_get(sPatterns, sTexts, idPttrn); }

@@ -140,6 +140,10 @@ int set_parameters(const Report& r, HMMServer* s, In** tprob, In** outTable, In*
 // Internal registry routines
 // ---------------------------------------------------------------------------
 
+// These depart from the usual shape: each looks its record up first and
+// reports an unknown id whether or not an error is pending; only
+// QXSetHMMServerParm tests the status, after its own checks.
+
 qx::HMMServer* QXHMMServer(int HMMId) {
     constexpr qx::Report r{"QXHMMServer"};
     if (r.check(HMMId < 1, "HMMId<1"))
@@ -458,6 +462,8 @@ QX_API int QXwInitSemicontHMMServer(short** tprob, short** weightVect, short* ip
                                           nStates, nSymbols, nQuant, flags, costScaleFactor);
 }
 
+// Departs from the usual shape: the lookup reports first, the status test
+// comes after it.
 QX_API void QXFreeHMMServer(int HMMId) {
     constexpr qx::Report r{"QXFreeHMMServer"};
     qx::HMMServer* s = QXHMMServer(HMMId);
