@@ -115,7 +115,8 @@ void fill_stages(double* e, const float* w, int order) noexcept {
 
 // The widened copies behind a table from QXcGetFftTwdTbl, or null.
 const double* stage_twiddles(const float* w, int order) noexcept {
-    return stage_doubles(order) ? reinterpret_cast<const double*>(w + 2 * points(order)) : nullptr;
+    const bool widened = order >= 4 && order <= kStageOrderMax;  // stage_doubles(order) > 0
+    return widened ? reinterpret_cast<const double*>(w + 2 * points(order)) : nullptr;
 }
 
 inline bool use_avx2() noexcept { return qx::cpu::at_least(qx::cpu::Path::avx2); }
@@ -370,7 +371,7 @@ QX_API void QXcFft(float* samps, int order, int flags) {
     const qx::Context& c = *qx::context();
     const float* w = table(c.cTwd, order, QXcGetFftTwdTbl);
     const int* rev = order >= 3 ? table(c.bitRev, order, QXGetBitRevTbl) : nullptr;
-    if (qx::Report::failed()) {
+    if (w == nullptr || (order >= 3 && rev == nullptr)) {  // a getter reported why
         r.raise(QX_StsBackTrace, "Bad Ptr");
         return;
     }
@@ -395,7 +396,7 @@ QX_API void QXsRealFft(float* samps, int order, int flags) {
     const float* T = table(c.rTwd, order, qx::fft::real_twiddles);
     const float* wHalf = table(c.cTwd, order - 1, QXcGetFftTwdTbl);
     const int* revHalf = order - 1 >= 3 ? table(c.bitRev, order - 1, QXGetBitRevTbl) : nullptr;
-    if (qx::Report::failed()) {
+    if (T == nullptr || wHalf == nullptr || (order - 1 >= 3 && revHalf == nullptr)) {  // a getter reported why
         r.raise(QX_StsBackTrace, "Bad Ptr");
         return;
     }
@@ -420,7 +421,7 @@ QX_API void QXsCcsFft(float* samps, int order, int flags) {
     const float* w = table(c.cTwd, order, QXcGetFftTwdTbl);
     const float* wHalf = table(c.cTwd, order - 1, QXcGetFftTwdTbl);
     const int* revHalf = order - 1 >= 3 ? table(c.bitRev, order - 1, QXGetBitRevTbl) : nullptr;
-    if (qx::Report::failed()) {
+    if (w == nullptr || wHalf == nullptr || (order - 1 >= 3 && revHalf == nullptr)) {  // a getter reported why
         r.raise(QX_StsBackTrace, "Bad Ptr");
         return;
     }

@@ -44,7 +44,9 @@ constexpr const char* kNoDirection = "Error in flag (QX_FORWARD & QX_INVERSE are
 // and the processor's choice, not the source's; one NaN keeps the bytes of
 // every kernel path and every build the same.
 constexpr std::uint32_t kQuietNan = 0x7fc00000u;
-inline std::uint32_t settled(std::uint32_t bits) noexcept { return (bits & 0x7fffffffu) > 0x7f800000u ? kQuietNan : bits; }
+inline std::uint32_t settled(std::uint32_t bits) noexcept {
+    return (bits & 0x7fffffffu) > 0x7f800000u ? kQuietNan : bits;
+}
 
 // 2^order: the points of a transform of `order`.
 inline std::size_t points(int order) noexcept { return std::size_t{1} << order; }
