@@ -2,7 +2,9 @@
 // butterflies at a time, the last pass fused with the bit reversal, and the
 // real split two pairs at a time. Every lane performs the double operations of
 // the scalar Radix4<FloatOps> and real_split in the same order (no fused
-// multiply-add), so both paths give the same bits.
+// multiply-add), so both paths give the same bits. NaNs aside: a - b written
+// as a + (-b) and the operand order of sums can pass on another NaN, so the
+// last stores settle them (qx::fft::settled) as the plain path's last pass does.
 #pragma once
 
 #include <immintrin.h>
