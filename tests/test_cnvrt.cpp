@@ -254,19 +254,6 @@ TEST_F(Convert, ComplexToRealAndComplexShorts) {
     EXPECT_EQ(w[0], 31250);
     EXPECT_EQ(w[1], 12);
 
-    long live = qx::testing::live_blocks();
-    {
-        kvxtest::FailAllocation fail(1);
-        QXvwbConvert(v, w, 2, 1, 0, &sf);
-    }
-    {
-        kvxtest::FailAllocation fail(2);
-        QXvwbConvert(v, w, 2, 1, 0, &sf);
-    }
-    EXPECT_EQ(qx::testing::live_blocks(), live + 1);  // tmpin is not given back
-    qx::free(qx::testing::last_allocation());
-    EXPECT_EQ(got(), (std::vector<Rep>{{-4, "QXvwbConvert", "insufficiency of memory for pointer  tmpin"},
-                                      {-4, "QXvwbConvert", "insufficiency of memory for pointer  tmpout"}}));
 }
 
 TEST(Power2, TablesInsideAndPowOutside) {

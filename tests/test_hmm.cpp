@@ -11,7 +11,6 @@
 #include "model_reference.h"
 #include "qx_hmm.h"
 
-using kvxtest::FailAllocation;
 using kvxtest::Rep;
 using ref::reps;
 using ref::Shape;
@@ -332,48 +331,6 @@ TEST_F(Hmm, EvaluationChecksInOrder) {
     QXSetStatus(-3);   // a pending error returns at once
     EXPECT_EQ(QXsEvalHMMViterbi(pid, o.data(), 1, &best), FLT_MAX);
     EXPECT_TRUE(got().empty());
-}
-
-TEST_F(Hmm, EveryAllocationFailureIsReportedAndLeavesNothingBehind) {
-    // A discrete server scored through a class, then a semicontinuous one.
-    auto m = zeros(3, 2);
-    for (auto& r : m.b) r.assign(2, 1.0f);
-    auto a = ref::rows(m.a), b = ref::rows(m.b);
-    float w = 1.0f, mean = 0.0f, ic = 1.0f, x = 0.5f;
-    float *means[1] = {&mean}, *ics[1] = {&ic}, *xr[2] = {&x, &x};
-    QXsGaussMixServer* pdf = QXsInitGaussMixServer(&w, means, nullptr, ics, 1, 1, 0);
-    QXsGaussMixServer* book[2] = {pdf, pdf};
-    const int o[2] = {0, 1};
-    const long live = qx::testing::live_blocks();
-    auto sequence = [&] {   // stops at the first failure
-        int id = 0, c = 0, best = 0;
-        return (id = init(m)) > 0 && (c = QXCreateHMMClass()) > 0 && QXAddHMMToClass(c, id) == 1 &&
-               QXsEvalHMMViterbi(-c, o, 2, &best) != FLT_MAX &&
-               (id = QXsInitSemicontHMMServer(a.data(), b.data(), m.pi.data(), book, 3, 2, 1, 1)) > 0 &&
-               QXsEvalSemicontHMMViterbi(id, xr, 2, &best) != FLT_MAX;
-    };
-    // Allocation by allocation: the record, its three arrays, the class, its
-    // block, the score area; the record, three arrays and handle copy, the
-    // score area and the codebook table.
-    const char* who[] = {"QXsInitHMMServer", "", "", "", "QXCreateHMMClass", "QXAddHMMToClass", "QXsEvalHMMViterbi",
-                         "QXsInitSemicontHMMServer", "", "", "", "QXsInitSemicontHMMServer", "QXsEvalSemicontHMMViterbi",
-                         "QXsEvalSemicontHMMViterbi"};
-    for (int nth = 1; nth <= 15; ++nth) {
-        {
-            FailAllocation f(nth);
-            EXPECT_EQ(sequence(), nth == 15) << nth;
-        }
-        Reps want;
-        if (nth < 15 && *who[nth - 1])
-            want = {{-4, who[nth - 1], "NULL pointer"}};
-        else if (nth < 15)   // inside the parameter setter, then the init's trace
-            want = {{-4, "QXSetHMMServerParm", "NULL pointer"}, {-1, nth < 5 ? who[0] : who[7], ""}};
-        EXPECT_EQ(got(), want) << nth;
-        clear();
-        QXHMMFreeAll();
-        EXPECT_EQ(qx::testing::live_blocks(), live) << nth;
-    }
-    QXsFreeGaussMixServer(pdf);
 }
 
 TEST_F(Hmm, AServerCountBelowZeroIsReportedUnderTheClassFunctionsName) {
