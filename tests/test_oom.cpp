@@ -120,34 +120,30 @@ std::vector<double> as_doubles(const void* p, std::size_t bytes) {
 
 // Row-pointer arrays and tables of every type: the caller releases them.
 std::vector<Call> arrays() {
-    std::vector<Call> calls;
     using Make = void** (*)(int, int);
-    const std::pair<const char*, Make> twoD[] = {
-        {"QXbAlloc2", reinterpret_cast<Make>(QXbAlloc2)}, {"QXnAlloc2", reinterpret_cast<Make>(QXnAlloc2)},
-        {"QXyAlloc2", reinterpret_cast<Make>(QXyAlloc2)}, {"QXtAlloc2", reinterpret_cast<Make>(QXtAlloc2)},
-        {"QXwAlloc2", reinterpret_cast<Make>(QXwAlloc2)}, {"QXiAlloc2", reinterpret_cast<Make>(QXiAlloc2)},
-        {"QXsAlloc2", reinterpret_cast<Make>(QXsAlloc2)}};
-    for (auto [name, make] : twoD)
-        calls.push_back({name, [make](bool& failed) {
+    const std::tuple<const char*, Make, const char*, Make> kinds[] = {
+        {"QXbAlloc2", reinterpret_cast<Make>(QXbAlloc2), "QXbAllocTable", reinterpret_cast<Make>(QXbAllocTable)},
+        {"QXnAlloc2", reinterpret_cast<Make>(QXnAlloc2), "QXnAllocTable", reinterpret_cast<Make>(QXnAllocTable)},
+        {"QXyAlloc2", reinterpret_cast<Make>(QXyAlloc2), "QXyAllocTable", reinterpret_cast<Make>(QXyAllocTable)},
+        {"QXtAlloc2", reinterpret_cast<Make>(QXtAlloc2), "QXtAllocTable", reinterpret_cast<Make>(QXtAllocTable)},
+        {"QXwAlloc2", reinterpret_cast<Make>(QXwAlloc2), "QXwAllocTable", reinterpret_cast<Make>(QXwAllocTable)},
+        {"QXiAlloc2", reinterpret_cast<Make>(QXiAlloc2), "QXiAllocTable", reinterpret_cast<Make>(QXiAllocTable)},
+        {"QXsAlloc2", reinterpret_cast<Make>(QXsAlloc2), "QXsAllocTable", reinterpret_cast<Make>(QXsAllocTable)}};
+    std::vector<Call> calls;
+    for (auto [name2, make2, nameTable, makeTable] : kinds) {
+        calls.push_back({name2, [make = make2](bool& failed) {
                              void** p = make(3, 5);
                              failed = p == nullptr;
                              if (p) QX_Free2(p, 3);
                              return std::vector<double>{};
                          }});
-    const std::pair<const char*, Make> tables[] = {
-        {"QXbAllocTable", reinterpret_cast<Make>(QXbAllocTable)}, {"QXnAllocTable", reinterpret_cast<Make>(QXnAllocTable)},
-        {"QXyAllocTable", reinterpret_cast<Make>(QXyAllocTable)}, {"QXtAllocTable", reinterpret_cast<Make>(QXtAllocTable)},
-        {"QXwAllocTable", reinterpret_cast<Make>(QXwAllocTable)}, {"QXiAllocTable", reinterpret_cast<Make>(QXiAllocTable)},
-        {"QXsAllocTable", reinterpret_cast<Make>(QXsAllocTable)}};
-    for (auto [name, make] : tables)
-        calls.push_back({name,
-                         [make](bool& failed) {
+        calls.push_back({nameTable, [make = makeTable](bool& failed) {
                              void** p = make(3, 5);
                              failed = p == nullptr;
                              if (p) QX_FreeTable(p);
                              return std::vector<double>{};
-                         },
-                         1, true});
+                         }, 1, true});   // the pointer array, when the data block fails
+    }
     return calls;
 }
 
@@ -167,7 +163,7 @@ TEST_F(OutOfMemory, ConversionsAndFfts) {
              QXvwbConvert(shorts, out, 8, 1, 0, &sf);
              failed = QXGetStatus() < 0;
              return as_doubles(out, sizeof out);
-         }, 1, true},
+         }, 1, true, [] {}, [] {}, std::vector<double>(16, 0.0)},
         {"QXGetBitRevTbl", [](bool& failed) { failed = QXGetBitRevTbl(6) == nullptr; return std::vector<double>{}; }},
         {"QXcGetFftTwdTbl", [](bool& failed) { failed = QXcGetFftTwdTbl(6) == nullptr; return std::vector<double>{}; }},
         {"QXwGetFftTwdTbl", [](bool& failed) { failed = QXwGetFftTwdTbl(6) == nullptr; return std::vector<double>{}; }},
