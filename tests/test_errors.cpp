@@ -75,23 +75,25 @@ TEST_F(Errors, CodeTextsAndTheSharedUnknownBuffer) {
 }
 
 TEST_F(Errors, ConsoleOutputIsByteExact) {
-    int result = 0;
-    EXPECT_EQ(std_output(-5, "QXybAdd2", "n<=0", "..\\LIBSRC\\QX_BADD2.cpp", 42, &result),
-              "KVX Error: Bad argument \n\tin function\n\t[..\\LIBSRC\\QX_BADD2.cpp:42]:QXybAdd2():\n\tn<=0\n");
-    EXPECT_EQ(result, -5);
-    EXPECT_EQ(QXGetStatus(), -5);
-
-    // No condition text: the name line ends after the name.
-    EXPECT_EQ(std_output(-4, "f", nullptr, "x.cpp", 7), "KVX Error: Out of memory \n\tin function\n\t[x.cpp:7]:f\n");
-    // No file and no positive line: no bracket; no name: "<unknown>".
-    EXPECT_EQ(std_output(-20, nullptr, "", nullptr, 0), "KVX Error: Overflow occured \n\tin function\n:<unknown>():\n\t\n");
-    EXPECT_EQ(std_output(-5, "f", "c", nullptr, 3), "KVX Error: Bad argument \n\tin function\n\t[(null):3]:f():\n\tc\n");
-
-    // Traces: "called from", status untouched; -8 puts the text in parentheses.
-    QXSetStatus(-5);
-    EXPECT_EQ(std_output(-1, "g", "why", "y.cpp", 9), "\tcalled from\n\t[y.cpp:9]:g():\n\twhy\n");
-    EXPECT_EQ(std_output(-8, "g", "arg", "y.cpp", 9), "\tcalled from\n\t[y.cpp:9]:g(arg)\n");
-    EXPECT_EQ(QXGetStatus(), -5);
+    const struct { int code; const char *fn, *cond, *file; int line; const char* out; } cases[] = {
+        {-5, "QXybAdd2", "n<=0", "..\\LIBSRC\\QX_BADD2.cpp", 42,
+         "KVX Error: Bad argument \n\tin function\n\t[..\\LIBSRC\\QX_BADD2.cpp:42]:QXybAdd2():\n\tn<=0\n"},
+        // No condition text: the name line ends after the name.
+        {-4, "f", nullptr, "x.cpp", 7, "KVX Error: Out of memory \n\tin function\n\t[x.cpp:7]:f\n"},
+        // No file and no positive line: no bracket; no name: "<unknown>".
+        {-20, nullptr, "", nullptr, 0, "KVX Error: Overflow occured \n\tin function\n:<unknown>():\n\t\n"},
+        {-5, "f", "c", nullptr, 3, "KVX Error: Bad argument \n\tin function\n\t[(null):3]:f():\n\tc\n"},
+        // Traces: "called from", status untouched; -8 puts the text in parentheses.
+        {-1, "g", "why", "y.cpp", 9, "\tcalled from\n\t[y.cpp:9]:g():\n\twhy\n"},
+        {-8, "g", "arg", "y.cpp", 9, "\tcalled from\n\t[y.cpp:9]:g(arg)\n"},
+    };
+    for (const auto& c : cases) {
+        QXSetStatus(-6);
+        int result = 0;
+        EXPECT_EQ(std_output(c.code, c.fn, c.cond, c.file, c.line, &result), c.out);
+        EXPECT_EQ(result, c.code);
+        EXPECT_EQ(QXGetStatus(), c.code == -1 || c.code == -8 ? -6 : c.code) << c.out;
+    }
 }
 
 TEST_F(Errors, SilentModeAndTheTraceAsymmetryOfTheHandlers) {
