@@ -149,7 +149,7 @@ TEST_F(Misc, AbsShiftMinMaxSumMatchReferences) {
             }
             for (int p = 0; p <= 7; ++p) {
                 int64_t bits = 0;
-                for (int k = 0, at = 7 - p; k < n; ++k, ++at) bits += (buf[at / 8] >> (7 - at % 8)) & 1;
+                for (int k = 0; k < n; ++k) bits += kvxtest::packed_get(1, buf.data(), 7 - p + k);
                 checkSum(bits, [&](int ds, int* sf) { return QXbSum(buf.data(), p, n, ds, sf); });
             }
         }

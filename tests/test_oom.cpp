@@ -84,8 +84,9 @@ protected:
             bool noMem = false;
             for (const auto& [code, fn, text] : reps) noMem |= code == QX_StsNoMem;
             for (const auto& rep : kvxtest::reports()) {
-                if (noMem) messages().insert({rep.code, rep.function, rep.condition});
-                if (noMem) EXPECT_TRUE(kvxtest::names_raising_line(rep)) << c.name;
+                if (!noMem) break;
+                messages().insert({rep.code, rep.function, rep.condition});
+                EXPECT_TRUE(kvxtest::names_raising_line(rep)) << c.name;
             }
             QXSetStatus(0);
             c.teardown();
@@ -100,7 +101,9 @@ protected:
                 return k - 1;
             }
             EXPECT_TRUE(failed) << c.name << " with allocation " << k << " failing";
-            if (!c.before.empty()) EXPECT_EQ(r, c.before) << c.name << " allocation " << k;
+            if (!c.before.empty()) {
+                EXPECT_EQ(r, c.before) << c.name << " allocation " << k;
+            }
             EXPECT_LE(qx::testing::live_blocks(), live + c.kept) << c.name << " with allocation " << k << " failing";
             if (c.reclaim && qx::testing::live_blocks() > live) qx::free(qx::testing::last_allocation());
             if (c.kept == 0) {
