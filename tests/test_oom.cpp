@@ -209,28 +209,29 @@ TEST_F(OutOfMemory, FrontEnd) {
          }},
     };
     calls[0].before = as_doubles(samples, 16);
+    // The windows: the float ones on 1..9, the short ones on the samples.
     using SWin = void (*)(float*, int);
     using WWin = void (*)(short*, int, int, int*);
-    for (auto [name, win] : {std::pair<const char*, SWin>{"QXsWinHamming", QXsWinHamming}, {"QXsWinHanning", QXsWinHanning},
-                             {"QXsWinBartlett", QXsWinBartlett}, {"QXsWinBlackman", QXsWinBlackman}})
-        calls.push_back({name, [win = win](bool& failed) {
+    const std::tuple<const char*, SWin, const char*, WWin> windows[] = {
+        {"QXsWinHamming", QXsWinHamming, "QXwWinHamming", QXwWinHamming}, {"QXsWinHanning", QXsWinHanning, "QXwWinHanning", QXwWinHanning},
+        {"QXsWinBartlett", QXsWinBartlett, "QXwWinBartlett", QXwWinBartlett},
+        {"QXsWinBlackman", QXsWinBlackman, "QXwWinBlackman", QXwWinBlackman}};
+    for (auto [sName, sWin, wName, wWin] : windows) {
+        calls.push_back({sName, [win = sWin](bool& failed) {
                              float v[9] = {1, 2, 3, 4, 5, 6, 7, 8, 9};
                              win(v, 9);
                              failed = QXGetStatus() < 0;
                              return std::vector<double>(v, v + 9);
-                         }});
-    for (Call& c : calls) if (c.name[2] == 's') c.before = {1, 2, 3, 4, 5, 6, 7, 8, 9};
-    for (auto [name, win] : {std::pair<const char*, WWin>{"QXwWinHamming", QXwWinHamming}, {"QXwWinHanning", QXwWinHanning},
-                             {"QXwWinBartlett", QXwWinBartlett}, {"QXwWinBlackman", QXwWinBlackman}})
-        calls.push_back({name, [win = win](bool& failed) {
+                         }, 0, false, [] {}, [] {}, {1, 2, 3, 4, 5, 6, 7, 8, 9}});
+        calls.push_back({wName, [win = wWin](bool& failed) {
                              short v[9];
                              std::memcpy(v, samples, sizeof v);
                              int sf = 0;
                              win(v, 9, 3, &sf);
                              failed = QXGetStatus() < 0;
                              return as_doubles(v, sizeof v);
-                         }});
-    for (Call& c : calls) if (c.name[2] == 'w' && c.name[3] == 'W') c.before = as_doubles(samples, sizeof samples);
+                         }, 0, false, [] {}, [] {}, as_doubles(samples, sizeof samples)});
+    }
     for (bool shorts : {false, true}) {
         calls.push_back({shorts ? "QXwMFCCInit" : "QXsMFCCInit", [shorts](bool& failed) {
                              QXMFCCFilters* f = (shorts ? QXwMFCCInit : QXsMFCCInit)(6, 8, 100, 4000, 8000, 0, 0, 0);
