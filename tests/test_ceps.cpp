@@ -122,7 +122,6 @@ class Cepstrum : public LibTest {};
 }  // namespace
 
 TEST_F(Cepstrum, BanksAndCepstraAgreeWithTheReference) {
-    static_assert(sizeof(QXMFCCPoint) == 40);
     for (const Bank& s : {kMel, kLinear, kLow, kTriple}) {
         const int n = 1 << s.order;
         QXMFCCFilters* f = make(s);
@@ -257,7 +256,7 @@ TEST_F(Cepstrum, ChecksInOrder) {
         {-5, "QXwFreeMFCCFilters", "filters==0"}, {-5, "QXsFreeMFCCFilters", "filters==0"},
         {-5, d, "n<=0"}, {-5, d, "nCoefficients<=0"}, {-5, d, "inVect==0"}, {-5, d, "outVect==0"}}));
     EXPECT_EQ(c[0], 7.0f);
-    for (auto& r : kvxtest::reports()) EXPECT_TRUE(kvxtest::names_raising_line(r)) << r.condition;
+    EXPECT_TRUE(kvxtest::all_name_raising_lines());
     clear();
     QXsFreeMFCCFilters(f);
 }

@@ -124,8 +124,7 @@ TEST_F(Dtw, StoreIdsLookupsAndMessages) {
                          {-5, "QXwPatternIni", "nSeq<=0"}, {-5, "QXwPatternIni", "len<=0"},
                          {-5, "QXwPatternIni", "pSeq==0"}, {-5, "QXsPatternIni", "nSeq<=0"},
                          {-5, "QXsPatternIni", "len<=0"}, {-5, "QXsPatternIni", "pSeq==0"}}));
-    for (auto& r : kvxtest::reports())
-        EXPECT_TRUE(kvxtest::names_raising_line(r)) << r.function;
+    EXPECT_TRUE(kvxtest::all_name_raising_lines());
     clear();
 
     auto a = vecs({1.5f, -2.0f, 3.0f, 4.0f, 5.0f, 6.25f}, 3);

@@ -138,7 +138,7 @@ TEST_F(Hmm, RegistryIdsAreDenseAndLookupsReport) {
                            {-5, "QXHMMServer", {"HMMId<1"}}, {-5, "QXFreeHMMServer", {undef}},
                            {-5, "QXAddHMMToClass", {none, "classId<1", "HMMId<1"}},
                            {-5, "QXRemoveHMMFromClass", {none, "classId<1", "HMMId<1"}}}));
-    for (auto& r : kvxtest::reports()) EXPECT_TRUE(kvxtest::names_raising_line(r));
+    EXPECT_TRUE(kvxtest::all_name_raising_lines());
 }
 
 TEST_F(Hmm, ClassesIterateAscendingAcrossSplitsAdditionsAndRemovals) {
@@ -237,7 +237,7 @@ TEST_F(Hmm, InitAndSetterChecksInOrder) {
                            {-5, "QXwInitHMMServer", {"tprob[i][j]<0", "symbProb[i][j]<0", "iprob[i]<0"}},
                            {-5, "QXSetHMMServerParm", {"change HMM nStates without data", "change HMM nSymbols without data"}},
                            {-2, "QXSetHMMServerParm", {"wrong HMM flavor"}}}));
-    for (auto& r : kvxtest::reports()) EXPECT_TRUE(kvxtest::names_raising_line(r));
+    EXPECT_TRUE(kvxtest::all_name_raising_lines());
     clear();
     m.a[1][0] = -1.0f;   // the readable rows are checked although other arguments fail
     EXPECT_EQ(QXsInitHMMServer(a.data(), b.data(), nullptr, 3, 0, 1), -1);
@@ -326,7 +326,7 @@ TEST_F(Hmm, EvaluationChecksInOrder) {
                            {-5, "QXwEvalHMMViterbi", {"!(status&0x00000010)", "!(status&0x00000001)", "vect[ii]>nSymbols-1", "vect[ii]<0"}},
                            {-5, f, {"!(status&0x00800000)", "nSymbols<=0", "oprob==0", "vect[ii]>nSymbols-1"}},
                            {-5, "QXGetHMMServerParm", {none}}, {-1, f, {""}}, {-5, f, {none}}}));
-    for (auto& r : kvxtest::reports()) EXPECT_TRUE(kvxtest::names_raising_line(r));
+    EXPECT_TRUE(kvxtest::all_name_raising_lines());
     clear();
     QXSetStatus(-3);   // a pending error returns at once
     EXPECT_EQ(QXsEvalHMMViterbi(pid, o.data(), 1, &best), FLT_MAX);

@@ -86,4 +86,6 @@ namespace kvxtest {
 // reporting helper), or the table line that generates the
 // reported function).
 ::testing::AssertionResult names_raising_line(const Reported& r);
+// names_raising_line for every report so far.
+::testing::AssertionResult all_name_raising_lines();
 }  // namespace kvxtest
