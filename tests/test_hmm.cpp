@@ -18,6 +18,8 @@ using Reps = std::vector<Rep>;
 
 namespace {
 
+constexpr int kTopology = QX_HMM_BAND | QX_HMM_LEFT_RIGHT;
+
 class Hmm : public kvxtest::LibTest {
 protected:
     void SetUp() override { LibTest::SetUp(), QXHMMFreeAll(), live_ = qx::testing::live_blocks(); }
@@ -209,7 +211,8 @@ TEST_F(Hmm, AClassHoldsOneFlavourAndDataType) {
     clear();
     QXRemoveHMMFromClass(cls, a), QXRemoveHMMFromClass(cls, d);   // emptied, it takes the kind of its next member
     EXPECT_EQ(QXAddHMMToClass(cls, b), 1);
-    EXPECT_EQ(QXHMMClass(cls)->flags & 0x00E000F3u, 0x00800011u);
+    const unsigned kind = QX_HMM_DISCRETE | QX_HMM_CONT | QX_HMM_SEMICONT | QX_HMM_SHORT | QX_HMM_FLOAT | QX_HMM_COST;
+    EXPECT_EQ(QXHMMClass(cls)->flags & kind, unsigned{QX_HMM_DISCRETE | QX_HMM_SHORT | QX_HMM_COST});
     EXPECT_TRUE(got().empty());
 }
 
@@ -265,14 +268,14 @@ TEST_F(Hmm, TopologyIsClassifiedFromImpossibleTransitions) {
         auto f = ref::random_chain<float>(g, c.n, 2, c.shape);
         auto w = ref::random_chain<short>(g, c.n, 2, c.shape);
         if (c.shape == Shape::LeftRight && c.n > 3) f.a[0][3] = 1.0f, w.a[0][3] = 32766;   // a jump of three states
-        EXPECT_EQ(status_of(init(f)) & 0x3000, c.bits) << c.n;
-        EXPECT_EQ(status_of(init(w)) & 0x3000, c.bits) << c.n;
+        EXPECT_EQ(status_of(init(f)) & kTopology, c.bits) << c.n;
+        EXPECT_EQ(status_of(init(w)) & kTopology, c.bits) << c.n;
     }
     auto p = zeros(3, 1);   // probabilities: impossible means not above 0 (-0.0 included)
     p.a = {{0.5f, 0.5f, -0.0f}, {0.0f, 0.5f, 0.5f}, {-0.0f, 0.0f, 1.0f}};
     EXPECT_EQ(status_of(init(p, 0)), QX_HMM_DISCRETE | QX_HMM_FLOAT | QX_HMM_BAND);
     p.a = {{0, 0, 0}, {9.9999e29f, 0, 0}, {1.0e30f, 1.0e30f, 0}};   // just below the impossible cost is real
-    EXPECT_EQ(status_of(init(p)) & 0x3000, 0);
+    EXPECT_EQ(status_of(init(p)) & kTopology, 0);
     EXPECT_TRUE(got().empty());
 }
 
