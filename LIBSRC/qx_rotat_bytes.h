@@ -1,0 +1,246 @@
+// Byte transposes of the quarter turns (see qx_rotat.h for the sides).
+//
+// The plain path turns 16x16 blocks in SSE2 registers. With AVX2 the part of
+// the image whose input and output rows start whole 64-byte lines goes in
+// units of 128x128 (or 64x64) bytes: every input line is read whole at once,
+// every output line written whole at once, and a unit's output lines lie at
+// several columns so that they spread over more first-level cache sets (rows
+// a power of two apart share few of them). The thin frame around that part
+// goes through 16x32 register transposes.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+
+#include "qx_cpu.h"
+#include "qx_rotat.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#if defined(__x86_64__) && defined(__GNUC__)
+#define QX_ROTATE_AVX2 1
+#include <immintrin.h>
+#endif
+#endif
+
+namespace qx::rotat {
+
+// Rows [m0, m1) and columns [k0, k1) of the transpose, one byte at a time.
+inline void transpose_byte_pixels(const Sides& s, i64 ic, i64 oc, i64 m0, i64 m1, i64 k0, i64 k1) {
+    for (i64 m = m0; m < m1; ++m) {
+        const std::uint8_t* src = s.in(m);
+        for (i64 k = k0; k < k1; ++k)
+            s.out(k)[oc + m] = src[ic + k];
+    }
+}
+
+#if defined(__SSE2__)
+// 16x16 byte transpose in registers: four rounds of interleaving row i with
+// row i+8 rotate the 8-bit (row, lane) index by one bit each, so after four
+// rounds row and lane have swapped.
+inline void transpose16(__m128i x[16]) {
+    for (int round = 0; round < 4; ++round) {
+        __m128i y[16];
+        for (int i = 0; i < 8; ++i) {
+            y[2 * i] = _mm_unpacklo_epi8(x[i], x[i + 8]);
+            y[2 * i + 1] = _mm_unpackhi_epi8(x[i], x[i + 8]);
+        }
+        for (int i = 0; i < 16; ++i)
+            x[i] = y[i];
+    }
+}
+
+constexpr i64 kTile = 128;  // output rows of a tile stay in the second-level cache
+
+// Columns [0, Ws) of input rows [0, Hs), both multiples of Block::step and 16,
+// through register transposes, a tile of output rows at a time. Block::run
+// transposes the 16 rows src[i] + k into the step output rows d[j] + m.
+template <class Block>
+inline void tiled_transpose(const Sides& s, i64 ic, i64 oc, i64 Hs, i64 Ws) {
+    std::uint8_t* dst[kTile];
+    for (i64 kt = 0; kt < Ws; kt += kTile) {
+        const i64 kEnd = kt + kTile < Ws ? kt + kTile : Ws;
+        for (i64 k = kt; k < kEnd; ++k)
+            dst[k - kt] = s.out(k) + oc;
+        for (i64 m = 0; m < Hs; m += 16) {
+            const std::uint8_t* src[16];
+            for (int i = 0; i < 16; ++i)
+                src[i] = s.in(m + i) + ic;
+            for (i64 k = kt; k < kEnd; k += Block::step)
+                Block::run(src, k, dst + (k - kt), m);
+        }
+    }
+}
+
+// 16 columns per step: one 16x16 transpose.
+struct Sse2Block {
+    static constexpr i64 step = 16;
+    static void run(const std::uint8_t* const* src, i64 k, std::uint8_t* const* d, i64 m) {
+        __m128i x[16];
+        for (int i = 0; i < 16; ++i)
+            x[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src[i] + k));
+        transpose16(x);
+        for (int i = 0; i < 16; ++i)
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(d[i] + m), x[i]);
+    }
+};
+#endif
+
+// Any rectangle on the plain path: 16x16 register transposes, the ragged
+// right and bottom edges pixel by pixel. Flattened, so that the scaffold and
+// the block are inlined into it.
+__attribute__((flatten)) inline void transpose_bytes_plain(const Sides& s, i64 ic, i64 oc, i64 H, i64 W) {
+    i64 Hs = 0, Ws = 0;
+#if defined(__SSE2__)
+    Hs = H & ~i64{15};
+    Ws = W & ~i64{15};
+    tiled_transpose<Sse2Block>(s, ic, oc, Hs, Ws);
+#endif
+    transpose_byte_pixels(s, ic, oc, 0, Hs, Ws, W);
+    transpose_byte_pixels(s, ic, oc, Hs, H, 0, W);
+}
+
+#if defined(QX_ROTATE_AVX2)
+// 32 columns per step: the two 128-bit halves of each register transpose two
+// 16x16 blocks side by side (unpacking never crosses halves).
+struct Avx2Block {
+    static constexpr i64 step = 32;
+    QX_TARGET_AVX2 static void run(const std::uint8_t* const* src, i64 k, std::uint8_t* const* d, i64 m) {
+        __m256i x[16];
+        for (int i = 0; i < 16; ++i)
+            x[i] = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src[i] + k));
+        for (int round = 0; round < 4; ++round) {
+            __m256i y[16];
+            for (int i = 0; i < 8; ++i) {
+                y[2 * i] = _mm256_unpacklo_epi8(x[i], x[i + 8]);
+                y[2 * i + 1] = _mm256_unpackhi_epi8(x[i], x[i + 8]);
+            }
+            for (int i = 0; i < 16; ++i)
+                x[i] = y[i];
+        }
+        for (int i = 0; i < 16; ++i) {
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(d[i] + m), _mm256_castsi256_si128(x[i]));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(d[16 + i] + m), _mm256_extracti128_si256(x[i], 1));
+        }
+    }
+};
+
+// Any rectangle with AVX2: 16x32 blocks, the rest on the plain path.
+QX_TARGET_AVX2 __attribute__((flatten)) inline void transpose_bytes_blocks(const Sides& s, i64 ic, i64 oc, i64 H,
+                                                                          i64 W) {
+    const i64 H16 = H & ~i64{15}, W32 = W & ~i64{31};
+    tiled_transpose<Avx2Block>(s, ic, oc, H16, W32);
+    transpose_byte_pixels(s, ic, oc, H16, H, 0, W32);
+    transpose_bytes_plain(s.from(0, W32), ic + W32, oc, H, W - W32);
+}
+
+// Eight rows src[i] + k, 32 bytes each, turned part way: in each 128-bit half
+// of t[j] (the high half 16 columns on) lie column 2j of the eight rows, then
+// column 2j + 1. Three rounds interleave bytes, pairs, then quads of rows.
+QX_TARGET_AVX2 inline void turn8(const std::uint8_t* const* src, i64 k, __m256i t[8]) {
+    __m256i a[8], b[8];
+    for (int i = 0; i < 8; ++i)
+        a[i] = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src[i] + k));
+    for (int i = 0; i < 4; ++i) {  // b[2i], b[2i+1]: columns 0-7, 8-15 of rows 2i, 2i+1
+        b[2 * i] = _mm256_unpacklo_epi8(a[2 * i], a[2 * i + 1]);
+        b[2 * i + 1] = _mm256_unpackhi_epi8(a[2 * i], a[2 * i + 1]);
+    }
+    for (int p = 0; p < 2; ++p)  // a[4p + c]: columns 4c..4c+3 of rows 4p..4p+3
+        for (int h = 0; h < 2; ++h) {
+            a[4 * p + 2 * h] = _mm256_unpacklo_epi16(b[4 * p + h], b[4 * p + 2 + h]);
+            a[4 * p + 2 * h + 1] = _mm256_unpackhi_epi16(b[4 * p + h], b[4 * p + 2 + h]);
+        }
+    for (int c = 0; c < 4; ++c) {
+        t[2 * c] = _mm256_unpacklo_epi32(a[c], a[4 + c]);
+        t[2 * c + 1] = _mm256_unpackhi_epi32(a[c], a[4 + c]);
+    }
+}
+
+// 32 rows of output columns 2j, 2j + 1, 2j + 16, 2j + 17 (in that order) from
+// four turned groups g[0..3] of eight rows each.
+QX_TARGET_AVX2 inline void join4(const __m256i* g0, const __m256i* g1, const __m256i* g2, const __m256i* g3,
+                                 __m256i c[4]) {
+    const __m256i lo01 = _mm256_unpacklo_epi64(*g0, *g1), hi01 = _mm256_unpackhi_epi64(*g0, *g1);
+    const __m256i lo23 = _mm256_unpacklo_epi64(*g2, *g3), hi23 = _mm256_unpackhi_epi64(*g2, *g3);
+    c[0] = _mm256_permute2x128_si256(lo01, lo23, 0x20);
+    c[1] = _mm256_permute2x128_si256(hi01, hi23, 0x20);
+    c[2] = _mm256_permute2x128_si256(lo01, lo23, 0x31);
+    c[3] = _mm256_permute2x128_si256(hi01, hi23, 0x31);
+}
+
+// An N x N unit: the input rows src[i] (from the unit's first column) into
+// output rows d[j] + m. All input lines are read first, each whole, into
+// part-turned groups (held in the first-level cache); then every output line
+// is written whole, the unit's N/64 line columns taking turns.
+template <int N>
+QX_TARGET_AVX2 void turn_unit(const std::uint8_t* const* src, std::uint8_t* const* d, i64 m) {
+    __m256i t[N / 8][N / 32][8];  // group of eight rows, 32-column quarter, column pair
+    for (int g = 0; g < N / 8; ++g)
+        for (int q = 0; q < N / 32; ++q)
+            turn8(src + 8 * g, 32 * q, t[g][q]);
+    for (int q = 0; q < N / 32; ++q)
+        for (int j = 0; j < 8; ++j)
+            for (int b = 0; b < N / 64; ++b) {
+                __m256i top[4], bottom[4];
+                const int g = 8 * b;
+                join4(&t[g][q][j], &t[g + 1][q][j], &t[g + 2][q][j], &t[g + 3][q][j], top);
+                join4(&t[g + 4][q][j], &t[g + 5][q][j], &t[g + 6][q][j], &t[g + 7][q][j], bottom);
+                const int col[4] = {32 * q + 2 * j, 32 * q + 2 * j + 1, 32 * q + 2 * j + 16, 32 * q + 2 * j + 17};
+                for (int i = 0; i < 4; ++i) {
+                    std::uint8_t* line = d[col[i]] + m + 64 * b;
+                    _mm256_storeu_si256(reinterpret_cast<__m256i*>(line), top[i]);
+                    _mm256_storeu_si256(reinterpret_cast<__m256i*>(line + 32), bottom[i]);
+                }
+            }
+}
+
+// Rows [m0, m1) and columns [k0, k1) of the transpose, multiples of N, in
+// N x N units, a strip of N columns at a time down the rows.
+template <int N>
+QX_TARGET_AVX2 void turn_units(const Sides& s, i64 ic, i64 oc, i64 m0, i64 m1, i64 k0, i64 k1) {
+    std::uint8_t* dst[N];
+    const std::uint8_t* src[N];
+    for (i64 k = k0; k < k1 && m0 < m1; k += N) {
+        for (int j = 0; j < N; ++j)
+            dst[j] = s.out(k + j) + oc;
+        for (i64 m = m0; m < m1; m += N) {
+            for (int i = 0; i < N; ++i)
+                src[i] = s.in(m + i) + ic + k;
+            turn_unit<N>(src, dst, m);
+        }
+    }
+}
+
+// Bytes from p to the next 64-byte boundary.
+inline i64 line_gap(const std::uint8_t* p) { return static_cast<i64>(-reinterpret_cast<std::uintptr_t>(p) & 63u); }
+
+constexpr i64 kUnit = 128;
+
+// The whole-line units where the first output row's columns and the first
+// input row's columns start lines (rows whose lines start elsewhere are still
+// turned right, only slower), 64x64 units at the edges, and the frame around
+// them: rows above and below, then columns left and right.
+QX_TARGET_AVX2 inline void transpose_bytes_avx2(const Sides& s, i64 ic, i64 oc, i64 H, i64 W) {
+    const i64 m0 = std::min(H, line_gap(s.out(0) + oc)), k0 = std::min(W, line_gap(s.in(0) + ic));
+    const i64 m1 = m0 + ((H - m0) & ~i64{63}), k1 = k0 + ((W - k0) & ~i64{63});
+    const i64 mU = m0 + ((m1 - m0) & ~(kUnit - 1)), kU = k0 + ((k1 - k0) & ~(kUnit - 1));
+    turn_units<kUnit>(s, ic, oc, m0, mU, k0, kU);
+    turn_units<64>(s, ic, oc, mU, m1, k0, k1);
+    turn_units<64>(s, ic, oc, m0, mU, kU, k1);
+    transpose_bytes_blocks(s, ic, oc, m0, W);
+    transpose_bytes_blocks(s.from(m1, 0), ic, oc + m1, H - m1, W);
+    transpose_bytes_blocks(s.from(m0, 0), ic, oc + m0, m1 - m0, k0);
+    transpose_bytes_blocks(s.from(m0, k1), ic + k1, oc + m0, m1 - m0, W - k1);
+}
+#endif
+
+// out(k)[oc + m] = in(m)[ic + k] for m < H, k < W (both positive).
+inline void transpose_bytes(const Sides& s, i64 ic, i64 oc, i64 H, i64 W) {
+#if defined(QX_ROTATE_AVX2)
+    if (qx::cpu::at_least(qx::cpu::Path::avx2))
+        return transpose_bytes_avx2(s, ic, oc, H, W);
+#endif
+    transpose_bytes_plain(s, ic, oc, H, W);
+}
+
+}  // namespace qx::rotat
