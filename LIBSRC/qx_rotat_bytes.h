@@ -1,12 +1,12 @@
 // Byte transposes of the quarter turns (see qx_rotat.h for the sides).
 //
-// The plain path turns 16x16 blocks in SSE2 registers. With AVX2 the part of
-// the image whose input and output rows start whole 64-byte lines goes in
-// units of 128x128 (or 64x64) bytes: every input line is read whole at once,
-// every output line written whole at once, and a unit's output lines lie at
-// several columns so that they spread over more first-level cache sets (rows
-// a power of two apart share few of them). The thin frame around that part
-// goes through 16x32 register transposes.
+// The plain path turns 16x16 blocks in SSE2 registers. With AVX2 the image
+// goes in units of up to 128x128 bytes cut where the rows' 64-byte lines
+// start: every input line is read whole at once, every output line written
+// whole at once, and a unit's lines lie at two columns so that they spread
+// over more first-level cache sets (rows a power of two apart share few of
+// them). A ring of fewer than 16 rows or columns goes through 16x32 register
+// transposes.
 #pragma once
 
 #include <algorithm>
@@ -134,13 +134,15 @@ QX_TARGET_AVX2 __attribute__((flatten)) inline void transpose_bytes_blocks(const
     transpose_bytes_plain(s.from(0, W32), ic + W32, oc, H, W - W32);
 }
 
-// Eight rows src[i] + k, 32 bytes each, turned part way: in each 128-bit half
-// of t[j] (the high half 16 columns on) lie column 2j of the eight rows, then
-// column 2j + 1. Three rounds interleave bytes, pairs, then quads of rows.
-QX_TARGET_AVX2 inline void turn8(const std::uint8_t* const* src, i64 k, __m256i t[8]) {
+// Eight rows src[i] + k, 32 bytes each (16 with `half`), turned part way: in
+// each 128-bit half of t[j] (the high half 16 columns on) lie column 2j of the
+// eight rows, then column 2j + 1. Three rounds interleave bytes, pairs, then
+// quads of rows.
+QX_TARGET_AVX2 inline void turn8(const std::uint8_t* const* src, i64 k, bool half, __m256i t[8]) {
     __m256i a[8], b[8];
     for (int i = 0; i < 8; ++i)
-        a[i] = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src[i] + k));
+        a[i] = half ? _mm256_zextsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(src[i] + k)))
+                    : _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src[i] + k));
     for (int i = 0; i < 4; ++i) {  // b[2i], b[2i+1]: columns 0-7, 8-15 of rows 2i, 2i+1
         b[2 * i] = _mm256_unpacklo_epi8(a[2 * i], a[2 * i + 1]);
         b[2 * i + 1] = _mm256_unpackhi_epi8(a[2 * i], a[2 * i + 1]);
@@ -156,57 +158,52 @@ QX_TARGET_AVX2 inline void turn8(const std::uint8_t* const* src, i64 k, __m256i 
     }
 }
 
-// 32 rows of output columns 2j, 2j + 1, 2j + 16, 2j + 17 (in that order) from
-// four turned groups g[0..3] of eight rows each.
-QX_TARGET_AVX2 inline void join4(const __m256i* g0, const __m256i* g1, const __m256i* g2, const __m256i* g3,
-                                 __m256i c[4]) {
-    const __m256i lo01 = _mm256_unpacklo_epi64(*g0, *g1), hi01 = _mm256_unpackhi_epi64(*g0, *g1);
-    const __m256i lo23 = _mm256_unpacklo_epi64(*g2, *g3), hi23 = _mm256_unpackhi_epi64(*g2, *g3);
-    c[0] = _mm256_permute2x128_si256(lo01, lo23, 0x20);
-    c[1] = _mm256_permute2x128_si256(hi01, hi23, 0x20);
-    c[2] = _mm256_permute2x128_si256(lo01, lo23, 0x31);
-    c[3] = _mm256_permute2x128_si256(hi01, hi23, 0x31);
+constexpr int kUnit = 128;                // most rows and columns of a unit
+using Turned = __m256i[kUnit / 32][8];    // one turned group: 32-column quarter, column pair
+
+// Output columns 2j, 2j + 1, 2j + 16, 2j + 17 (the first nCols of them) of
+// the 32 rows in the turned groups g[0..3] (32-byte pieces), or of the 16 rows
+// in g[0..1] (16-byte pieces), written at p[i].
+QX_TARGET_AVX2 inline void put_columns(const Turned* g, int q, int j, int rows, std::uint8_t* const p[4], int nCols) {
+    const __m256i lo01 = _mm256_unpacklo_epi64(g[0][q][j], g[1][q][j]);
+    const __m256i hi01 = _mm256_unpackhi_epi64(g[0][q][j], g[1][q][j]);
+    if (rows >= 32) {
+        const __m256i lo23 = _mm256_unpacklo_epi64(g[2][q][j], g[3][q][j]);
+        const __m256i hi23 = _mm256_unpackhi_epi64(g[2][q][j], g[3][q][j]);
+        const __m256i c[4] = {_mm256_permute2x128_si256(lo01, lo23, 0x20), _mm256_permute2x128_si256(hi01, hi23, 0x20),
+                              _mm256_permute2x128_si256(lo01, lo23, 0x31), _mm256_permute2x128_si256(hi01, hi23, 0x31)};
+        for (int i = 0; i < nCols; ++i)
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(p[i]), c[i]);
+    } else {
+        const __m128i c[4] = {_mm256_castsi256_si128(lo01), _mm256_castsi256_si128(hi01),
+                              _mm256_extracti128_si256(lo01, 1), _mm256_extracti128_si256(hi01, 1)};
+        for (int i = 0; i < nCols; ++i)
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(p[i]), c[i]);
+    }
 }
 
-// An N x N unit: the input rows src[i] (from the unit's first column) into
-// output rows d[j] + m. All input lines are read first, each whole, into
-// part-turned groups (held in the first-level cache); then every output line
-// is written whole, the unit's N/64 line columns taking turns.
-template <int N>
-QX_TARGET_AVX2 void turn_unit(const std::uint8_t* const* src, std::uint8_t* const* d, i64 m) {
-    __m256i t[N / 8][N / 32][8];  // group of eight rows, 32-column quarter, column pair
-    for (int g = 0; g < N / 8; ++g)
-        for (int q = 0; q < N / 32; ++q)
-            turn8(src + 8 * g, 32 * q, t[g][q]);
-    for (int q = 0; q < N / 32; ++q)
-        for (int j = 0; j < 8; ++j)
-            for (int b = 0; b < N / 64; ++b) {
-                __m256i top[4], bottom[4];
-                const int g = 8 * b;
-                join4(&t[g][q][j], &t[g + 1][q][j], &t[g + 2][q][j], &t[g + 3][q][j], top);
-                join4(&t[g + 4][q][j], &t[g + 5][q][j], &t[g + 6][q][j], &t[g + 7][q][j], bottom);
-                const int col[4] = {32 * q + 2 * j, 32 * q + 2 * j + 1, 32 * q + 2 * j + 16, 32 * q + 2 * j + 17};
-                for (int i = 0; i < 4; ++i) {
-                    std::uint8_t* line = d[col[i]] + m + 64 * b;
-                    _mm256_storeu_si256(reinterpret_cast<__m256i*>(line), top[i]);
-                    _mm256_storeu_si256(reinterpret_cast<__m256i*>(line + 32), bottom[i]);
-                }
+// A unit of R input rows src[i] (from the unit's first column) and C columns,
+// both multiples of 16 up to kUnit, into output rows d[j] + m. All input
+// lines are read first, each whole at once, into part-turned groups (held in
+// the first-level cache); then the output lines are written, each whole at
+// once, the unit's line columns taking turns.
+QX_TARGET_AVX2 [[gnu::always_inline]] inline void turn_unit(const std::uint8_t* const* src, std::uint8_t* const* d,
+                                                            i64 m, int R, int C) {
+    Turned t[kUnit / 8];
+    const int Q = (C + 31) / 32;
+    for (int g = 0; g < R / 8; ++g)
+        for (int q = 0; q < Q; ++q)
+            turn8(src + 8 * g, 32 * q, C - 32 * q == 16, t[g][q]);
+    for (int q = 0; q < Q; ++q) {
+        const int nCols = C - 32 * q == 16 ? 2 : 4;
+        for (int j = 0; j < 8; ++j) {
+            const int col[4] = {32 * q + 2 * j, 32 * q + 2 * j + 1, 32 * q + 2 * j + 16, 32 * q + 2 * j + 17};
+            for (int r = 0; r < R; r += 32) {
+                std::uint8_t* p[4] = {};
+                for (int i = 0; i < nCols; ++i)
+                    p[i] = d[col[i]] + m + r;
+                put_columns(t + r / 8, q, j, R - r, p, nCols);
             }
-}
-
-// Rows [m0, m1) and columns [k0, k1) of the transpose, multiples of N, in
-// N x N units, a strip of N columns at a time down the rows.
-template <int N>
-QX_TARGET_AVX2 void turn_units(const Sides& s, i64 ic, i64 oc, i64 m0, i64 m1, i64 k0, i64 k1) {
-    std::uint8_t* dst[N];
-    const std::uint8_t* src[N];
-    for (i64 k = k0; k < k1 && m0 < m1; k += N) {
-        for (int j = 0; j < N; ++j)
-            dst[j] = s.out(k + j) + oc;
-        for (i64 m = m0; m < m1; m += N) {
-            for (int i = 0; i < N; ++i)
-                src[i] = s.in(m + i) + ic + k;
-            turn_unit<N>(src, dst, m);
         }
     }
 }
@@ -214,19 +211,47 @@ QX_TARGET_AVX2 void turn_units(const Sides& s, i64 ic, i64 oc, i64 m0, i64 m1, i
 // Bytes from p to the next 64-byte boundary.
 inline i64 line_gap(const std::uint8_t* p) { return static_cast<i64>(-reinterpret_cast<std::uintptr_t>(p) & 63u); }
 
-constexpr i64 kUnit = 128;
+// The end of the unit starting at `pos` along a side whose units span
+// [.., e) and whose lines start at g (mod 64): up to g, then kUnit (or 64) at a
+// time up to the last line start, then up to e.
+inline i64 unit_end(i64 pos, i64 g, i64 e) {
+    const i64 last = g + ((e - g) & ~i64{63});
+    if (pos < g)
+        return std::min(g, e);
+    return pos < last ? std::min(pos + kUnit, last) : e;
+}
 
-// The whole-line units where the first output row's columns and the first
-// input row's columns start lines (rows whose lines start elsewhere are still
-// turned right, only slower), 64x64 units at the edges, and the frame around
-// them: rows above and below, then columns left and right.
+// Rows [m0, m1) and columns [k0, k1) of the transpose, whose output and input
+// lines start at gm and gk, in units cut at the line starts, a strip of
+// columns at a time down the rows.
+QX_TARGET_AVX2 inline void turn_units(const Sides& s, i64 ic, i64 oc, i64 m0, i64 m1, i64 gm, i64 k0, i64 k1, i64 gk) {
+    std::uint8_t* dst[kUnit];
+    const std::uint8_t* src[kUnit];
+    for (i64 k = k0, ke; k < k1 && m0 < m1; k = ke) {
+        ke = unit_end(k, gk, k1);
+        for (i64 j = 0; j < ke - k; ++j)
+            dst[j] = s.out(k + j) + oc;
+        for (i64 m = m0, me; m < m1; m = me) {
+            me = unit_end(m, gm, m1);
+            for (i64 i = 0; i < me - m; ++i)
+                src[i] = s.in(m + i) + ic + k;
+            if (me - m == kUnit && ke - k == kUnit)  // the common size, its loops unrolled
+                turn_unit(src, dst, m, kUnit, kUnit);
+            else
+                turn_unit(src, dst, m, static_cast<int>(me - m), static_cast<int>(ke - k));
+        }
+    }
+}
+
+// Whole-line units between the first rows and columns of 16 that the lines
+// of the first output row and the first input row allow (rows whose lines
+// start elsewhere are still turned right, only slower); the ring of fewer
+// than 16 rows or columns around them through the 16x32 blocks.
 QX_TARGET_AVX2 inline void transpose_bytes_avx2(const Sides& s, i64 ic, i64 oc, i64 H, i64 W) {
-    const i64 m0 = std::min(H, line_gap(s.out(0) + oc)), k0 = std::min(W, line_gap(s.in(0) + ic));
-    const i64 m1 = m0 + ((H - m0) & ~i64{63}), k1 = k0 + ((W - k0) & ~i64{63});
-    const i64 mU = m0 + ((m1 - m0) & ~(kUnit - 1)), kU = k0 + ((k1 - k0) & ~(kUnit - 1));
-    turn_units<kUnit>(s, ic, oc, m0, mU, k0, kU);
-    turn_units<64>(s, ic, oc, mU, m1, k0, k1);
-    turn_units<64>(s, ic, oc, m0, mU, kU, k1);
+    const i64 gm = line_gap(s.out(0) + oc), gk = line_gap(s.in(0) + ic);
+    const i64 m0 = std::min(H, gm % 16), k0 = std::min(W, gk % 16);
+    const i64 m1 = m0 + ((H - m0) & ~i64{15}), k1 = k0 + ((W - k0) & ~i64{15});
+    turn_units(s, ic, oc, m0, m1, gm, k0, k1, gk);
     transpose_bytes_blocks(s, ic, oc, m0, W);
     transpose_bytes_blocks(s.from(m1, 0), ic, oc + m1, H - m1, W);
     transpose_bytes_blocks(s.from(m0, 0), ic, oc + m0, m1 - m0, k0);
