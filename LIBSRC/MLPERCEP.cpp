@@ -63,6 +63,18 @@ inline bool count_of(int n, size_t* out) {
 // -f without overflow (the factor is range-checked by the conversions).
 inline int negated(int f) { return static_cast<int>(0u - static_cast<unsigned>(f)); }
 
+// The checks of both forms after the count of inputs (and the 16-bit form's
+// scaling), in their order; true when the call must end.
+bool net_checks(const qx::Report& r, int numberOfLayers, const void* input, const int* layerNeuronCounts,
+                const void* weights, const void* output) noexcept {
+    r.check(numberOfLayers <= 0, "numberOfLayers<=0");
+    r.check(input == nullptr, "input==0");
+    r.check(layerNeuronCounts == nullptr, "layerNeuronCounts==0");
+    r.check(weights == nullptr, "weights==0");
+    r.check(output == nullptr, "output==0");
+    return qx::Report::failed();
+}
+
 }  // namespace
 
 extern "C" {
@@ -71,12 +83,7 @@ QX_API void QXsMLPerceptron(int numberOfInputs, const float* input, int numberOf
                             const float* weights, float* output) {
     constexpr qx::Report r{"QXsMLPerceptron"};
     r.check(numberOfInputs <= 0, "numberOfInputs<=0");
-    r.check(numberOfLayers <= 0, "numberOfLayers<=0");
-    r.check(input == nullptr, "input==0");
-    r.check(layerNeuronCounts == nullptr, "layerNeuronCounts==0");
-    r.check(weights == nullptr, "weights==0");
-    r.check(output == nullptr, "output==0");
-    if (qx::Report::failed())
+    if (net_checks(r, numberOfLayers, input, layerNeuronCounts, weights, output))
         return;
 
     const float* in = input;
@@ -114,12 +121,7 @@ QX_API void QXwMLPerceptron(int numberOfInputs, int inputScaleFactor, const shor
     constexpr qx::Report r{"QXwMLPerceptron"};
     r.check(numberOfInputs <= 0, "numberOfInputs<=0");
     r.scaling(doScale, scaleFactor);
-    r.check(numberOfLayers <= 0, "numberOfLayers<=0");
-    r.check(input == nullptr, "input==0");
-    r.check(layerNeuronCounts == nullptr, "layerNeuronCounts==0");
-    r.check(weights == nullptr, "weights==0");
-    r.check(output == nullptr, "output==0");
-    if (qx::Report::failed())
+    if (net_checks(r, numberOfLayers, input, layerNeuronCounts, weights, output))
         return;
 
     double* in = qx::calloc_n<double>(static_cast<size_t>(numberOfInputs));

@@ -250,6 +250,28 @@ void fill_dct(double* t, int n, int nCoef, double c0, double c1) noexcept {
     }
 }
 
+// The checks of both Init forms, in their order; true when the call must end.
+bool init_checks(const qx::Report& r, int order, int nBandPass, int startFreq, int endFreq, int samplingFreq) noexcept {
+    r.check(order <= 0, "order<=0");
+    r.check(nBandPass <= 0, "nBandPass<=0");
+    r.check(startFreq < 0, "startFreq < 0");
+    r.check(endFreq <= 0, "endFreq<=0");
+    r.check(startFreq >= endFreq, "startFreq >= endFreq");
+    r.check(samplingFreq <= 0, "samplingFreq<=0");
+    return qx::Report::failed();
+}
+
+// The checks of both transforms after the scaling, in their order; true when
+// the call must end.
+bool transform_checks(const qx::Report& r, int nCeps, const void* vect, const void* ceps,
+                      const QXMFCCFilters* filters) noexcept {
+    r.check(nCeps <= 0, "nCeps<=0");
+    r.check(vect == nullptr, "vect==0");
+    r.check(ceps == nullptr, "ceps==0");
+    r.check(filters == nullptr, "filters==0");
+    return qx::Report::failed();
+}
+
 }  // namespace
 
 namespace qx {
@@ -298,13 +320,7 @@ extern "C" {
 QX_API QXMFCCFilters* QXsMFCCInit(int order, int nBandPass, int startFreq, int endFreq, int samplingFreq, int linear,
                                   int nLinearBands, int linearEndFreq) {
     constexpr qx::Report r{"QXsMFCCInit"};
-    r.check(order <= 0, "order<=0");
-    r.check(nBandPass <= 0, "nBandPass<=0");
-    r.check(startFreq < 0, "startFreq < 0");
-    r.check(endFreq <= 0, "endFreq<=0");
-    r.check(startFreq >= endFreq, "startFreq >= endFreq");
-    r.check(samplingFreq <= 0, "samplingFreq<=0");
-    if (qx::Report::failed())
+    if (init_checks(r, order, nBandPass, startFreq, endFreq, samplingFreq))
         return nullptr;
 
     auto* filters = qx::calloc_n<QXMFCCFilters>(1);
@@ -340,24 +356,14 @@ QX_API QXMFCCFilters* QXsMFCCInit(int order, int nBandPass, int startFreq, int e
 QX_API QXMFCCFilters* QXwMFCCInit(int order, int nBandPass, int startFreq, int endFreq, int samplingFreq, int linear,
                                   int nLinearBands, int linearEndFreq) {
     constexpr qx::Report r{"QXwMFCCInit"};
-    r.check(order <= 0, "order<=0");
-    r.check(nBandPass <= 0, "nBandPass<=0");
-    r.check(startFreq < 0, "startFreq < 0");
-    r.check(endFreq <= 0, "endFreq<=0");
-    r.check(startFreq >= endFreq, "startFreq >= endFreq");
-    r.check(samplingFreq <= 0, "samplingFreq<=0");
-    if (qx::Report::failed())
+    if (init_checks(r, order, nBandPass, startFreq, endFreq, samplingFreq))
         return nullptr;
     return QXsMFCCInit(order, nBandPass, startFreq, endFreq, samplingFreq, linear, nLinearBands, linearEndFreq);
 }
 
 QX_API void QXsCepstralMFCC(int doTransform, const float* vect, QXMFCCFilters* filters, float* ceps, int nCeps) {
     constexpr qx::Report r{"QXsCepstralMFCC"};
-    r.check(nCeps <= 0, "nCeps<=0");
-    r.check(vect == nullptr, "vect==0");
-    r.check(ceps == nullptr, "ceps==0");
-    r.check(filters == nullptr, "filters==0");
-    if (qx::Report::failed())
+    if (transform_checks(r, nCeps, vect, ceps, filters))
         return;
 
     qx::Context* ctx = qx::context();
@@ -398,11 +404,7 @@ QX_API void QXwCepstralMFCC(int doTransform, const short* vect, QXMFCCFilters* f
                             int doScale, int* scaleFactor) {
     constexpr qx::Report r{"QXwCepstralMFCC"};
     r.scaling(doScale, scaleFactor);
-    r.check(nCeps <= 0, "nCeps<=0");
-    r.check(vect == nullptr, "vect==0");
-    r.check(ceps == nullptr, "ceps==0");
-    r.check(filters == nullptr, "filters==0");
-    if (qx::Report::failed())
+    if (transform_checks(r, nCeps, vect, ceps, filters))
         return;
 
     qx::Context* ctx = qx::context();

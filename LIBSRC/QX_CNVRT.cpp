@@ -398,6 +398,9 @@ QX_API void QXcsbConvert(const float* inVect, float* outVect, int n, int flags) 
     }
 }
 
+// Departs from the usual shape: no checks and no status test of its own; the
+// work buffers come first, then the three conversions check and report under
+// their own names.
 QX_API void QXvwbConvert(const short* inVect, short* outVect, int n, int flags, int doScale, int* scaleFactor) {
     constexpr qx::Report r{"QXvwbConvert"};
     const std::size_t count = n > 0 ? static_cast<std::size_t>(n) : 0;

@@ -214,6 +214,68 @@ void middle_rows(const Job& j, float** win, RowLoader load, i64 ir0, i64 ir1, i6
     }
 }
 
+// The region's checks, in their order; no region means the whole image.
+void check_region(const qx::Report& r, const QXRegion* g, int nImageRows, int nImageCols) {
+    if (g == nullptr)
+        return;
+    r.check(g->leftTopRow < 0, "convolveRegion->leftTopRow < 0");
+    r.check(g->leftTopCol < 0, "convolveRegion->leftTopCol < 0");
+    r.check(g->rightBotRow >= nImageRows, "convolveRegion->rightBotRow >= nImageRows");
+    r.check(g->rightBotCol >= nImageCols, "convolveRegion->rightBotCol >= nImageCols");
+    r.check(g->leftTopRow > g->rightBotRow, "convolveRegion->leftTopRow > convolveRegion->rightBotRow");
+    r.check(g->leftTopCol > g->rightBotCol, "convolveRegion->leftTopCol > convolveRegion->rightBotCol");
+}
+
+// The mask (signed bytes for type 0, shorts for type 1) as floats into maskf;
+// returns the sum of the magnitudes.
+double load_mask(const void* mask, int maskDataType, float* const* maskf, int nRows, int nCols) {
+    double absSum = 0.0;
+    for (int i = 0; i < nRows; ++i)
+        for (int k = 0; k < nCols; ++k) {
+            const float m = maskDataType == 0 ? static_cast<float>(static_cast<signed char* const*>(mask)[i][k])
+                                              : static_cast<float>(static_cast<short* const*>(mask)[i][k]);
+            maskf[i][k] = m;
+            absSum += std::fabs(static_cast<double>(m));
+        }
+    return absSum;
+}
+
+// Convolves region g: the rows above and below the interior (the pixels whose
+// whole mask neighbourhood lies inside the image) and the columns beside it
+// bounds-tested, the interior through the window. The sums are float when
+// absSum says they stay exact integers. False, with nothing written, when the
+// window cannot be allocated.
+bool convolve_region(const Job& job, const QXRegion& g, int imageDataType, double absSum) {
+    const i64 rt = g.leftTopRow, rb = g.rightBotRow, lc = g.leftTopCol, rc = g.rightBotCol;
+    const i64 ir0 = rt > job.hr ? rt : job.hr;
+    const i64 lastRow = job.nRows - 1 - (job.mRows - 1 - job.hr);
+    const i64 ir1 = rb < lastRow ? rb : lastRow;
+    const i64 ic0 = lc > job.hc ? lc : job.hc;
+    const i64 lastCol = job.nCols - 1 - (job.mCols - 1 - job.hc);
+    const i64 ic1 = rc < lastCol ? rc : lastCol;
+    if (ir0 > ir1 || ic0 > ic1) {
+        for (i64 row = rt; row <= rb; ++row)
+            border_run(job, row, lc, rc);
+        return true;
+    }
+    const int winRows = static_cast<int>(job.mRows);
+    float** win = QXsAlloc2(winRows, static_cast<int>(job.nCols));
+    if (win == nullptr || qx::Report::failed())
+        return false;
+    for (i64 row = rt; row < ir0; ++row)
+        border_run(job, row, lc, rc);
+    for (i64 row = ir1 + 1; row <= rb; ++row)
+        border_run(job, row, lc, rc);
+    const RowLoader load = kLoaders[imageDataType];
+    // Integer sums below 2^24 are exact in float as in double.
+    if (absSum * kMaxPixel[imageDataType] < 16777216.0)
+        middle_rows<float>(job, win, load, ir0, ir1, ic0, ic1, lc, rc);
+    else
+        middle_rows<double>(job, win, load, ir0, ir1, ic0, ic1, lc, rc);
+    QXsFree2(win, winRows);
+    return true;
+}
+
 }  // namespace
 
 extern "C" {
@@ -236,77 +298,22 @@ QX_API int QXMaskConvolve(void* image, void* mask, void* outImage, int imageData
     r.check(nMaskRows <= 0, "nMaskRows<=0");
     r.check(nMaskCols <= 0, "nMaskCols<=0");
     r.scaling(doScale, scaleFactor);
-    if (convolveRegion != nullptr) {
-        const QXRegion* const g = convolveRegion;
-        r.check(g->leftTopRow < 0, "convolveRegion->leftTopRow < 0");
-        r.check(g->leftTopCol < 0, "convolveRegion->leftTopCol < 0");
-        r.check(g->rightBotRow >= nImageRows, "convolveRegion->rightBotRow >= nImageRows");
-        r.check(g->rightBotCol >= nImageCols, "convolveRegion->rightBotCol >= nImageCols");
-        r.check(g->leftTopRow > g->rightBotRow, "convolveRegion->leftTopRow > convolveRegion->rightBotRow");
-        r.check(g->leftTopCol > g->rightBotCol, "convolveRegion->leftTopCol > convolveRegion->rightBotCol");
-    }
-    if (int s = QXGetStatus(); s < 0)
-        return s;
-
-    const QXRegion region = convolveRegion ? *convolveRegion : QXRegion{0, 0, nImageRows - 1, nImageCols - 1};
+    check_region(r, convolveRegion, nImageRows, nImageCols);
+    if (qx::Report::failed())
+        return QXGetStatus();
 
     float** maskf = QXsAllocTable(nMaskRows, nMaskCols);
     if (maskf == nullptr || qx::Report::failed())
         return r.raise(QX_StsBackTrace, "");
-    double absSum = 0.0;
-    for (int i = 0; i < nMaskRows; ++i)
-        for (int k = 0; k < nMaskCols; ++k) {
-            const float m = maskDataType == 0 ? static_cast<float>(static_cast<signed char* const*>(mask)[i][k])
-                                              : static_cast<float>(static_cast<short* const*>(mask)[i][k]);
-            maskf[i][k] = m;
-            absSum += std::fabs(static_cast<double>(m));
-        }
-
-    Job job{Rows{image},
-            Rows{outImage},
-            maskf,
-            nImageRows,
-            nImageCols,
-            nMaskRows,
-            nMaskCols,
-            nMaskRows / 2,
-            nMaskCols / 2,
-            outDataType,
-            kReaders[imageDataType],
-            kWriters[outDataType],
-            OutMode{doScale, doScale == 1 ? *scaleFactor : 0, kLo[outDataType], kHi[outDataType]}};
-
-    // The interior: the mask's whole neighbourhood inside the image.
-    const i64 rt = region.leftTopRow, rb = region.rightBotRow, lc = region.leftTopCol, rc = region.rightBotCol;
-    const i64 ir0 = rt > job.hr ? rt : job.hr;
-    const i64 lastRow = job.nRows - 1 - (job.mRows - 1 - job.hr);
-    const i64 ir1 = rb < lastRow ? rb : lastRow;
-    const i64 ic0 = lc > job.hc ? lc : job.hc;
-    const i64 lastCol = job.nCols - 1 - (job.mCols - 1 - job.hc);
-    const i64 ic1 = rc < lastCol ? rc : lastCol;
-
-    if (ir0 > ir1 || ic0 > ic1) {
-        for (i64 row = rt; row <= rb; ++row)
-            border_run(job, row, lc, rc);
-    } else {
-        float** win = QXsAlloc2(nMaskRows, nImageCols);
-        if (win == nullptr || qx::Report::failed()) {
-            QXsFreeTable(maskf);
-            return r.raise(QX_StsBackTrace, "");
-        }
-        for (i64 row = rt; row < ir0; ++row)
-            border_run(job, row, lc, rc);
-        for (i64 row = ir1 + 1; row <= rb; ++row)
-            border_run(job, row, lc, rc);
-        const RowLoader load = kLoaders[imageDataType];
-        // Integer sums below 2^24 are exact in float as in double.
-        if (absSum * kMaxPixel[imageDataType] < 16777216.0)
-            middle_rows<float>(job, win, load, ir0, ir1, ic0, ic1, lc, rc);
-        else
-            middle_rows<double>(job, win, load, ir0, ir1, ic0, ic1, lc, rc);
-        QXsFree2(win, nMaskRows);
+    const double absSum = load_mask(mask, maskDataType, maskf, nMaskRows, nMaskCols);
+    const OutMode mode{doScale, doScale == 1 ? *scaleFactor : 0, kLo[outDataType], kHi[outDataType]};
+    const Job job{Rows{image}, Rows{outImage}, maskf, nImageRows, nImageCols, nMaskRows, nMaskCols,
+                  nMaskRows / 2, nMaskCols / 2, outDataType, kReaders[imageDataType], kWriters[outDataType], mode};
+    const QXRegion region = convolveRegion ? *convolveRegion : QXRegion{0, 0, nImageRows - 1, nImageCols - 1};
+    if (!convolve_region(job, region, imageDataType, absSum)) {
+        QXsFreeTable(maskf);
+        return r.raise(QX_StsBackTrace, "");
     }
-
     if (doScale != 1)
         *scaleFactor = 0;
     QXsFreeTable(maskf);

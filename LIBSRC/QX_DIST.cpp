@@ -16,60 +16,14 @@ namespace {
 
 double unless_pending(double result) noexcept { return qx::Report::failed() ? 0.0 : result; }
 
-[[gnu::cold, gnu::noinline]] double dot_checked(const float* vect1, const float* vect2, int n) noexcept {
-    constexpr qx::Report r{"QXsDotP"};
-    r.check(n <= 0, "n<=0");
-    r.check(vect1 == nullptr, "vect1==0");
-    r.check(vect2 == nullptr, "vect2==0");
-    if (qx::Report::failed())
-        return 0.0;
-    return qx::dist::dot(vect1, vect2, n);
-}
-
-[[gnu::cold, gnu::noinline]] double l1_checked(const float* vect1, const float* vect2, int n) noexcept {
-    constexpr qx::Report r{"QXsL1Norm"};
-    r.check(n <= 0, "n<=0");
-    r.check(vect1 == nullptr, "vect1==0");
-    r.check(vect2 == nullptr, "vect2==0");
-    if (qx::Report::failed())
-        return 0.0;
-    return qx::dist::l1(vect1, vect2, n);
-}
-
-[[gnu::cold, gnu::noinline]] double l2_checked(const float* vect1, const float* vect2, int n, int doSqrt) noexcept {
-    constexpr qx::Report r{"QXsL2Norm"};
-    r.check(n <= 0, "n<=0");
-    r.check(vect1 == nullptr, "vect1==0");
-    r.check(vect2 == nullptr, "vect2==0");
-    if (qx::Report::failed())
-        return 0.0;
-    return qx::dist::l2(vect1, vect2, n, doSqrt);
-}
-
-[[gnu::cold, gnu::noinline]] double mahalanobis_d_checked(const float* vect1, const float* vect2,
-                                                          const float* reciprocalVariance, int n,
-                                                          int doSqrt) noexcept {
-    constexpr qx::Report r{"QXsMahalanobisD"};
-    r.check(n <= 0, "n<=0");
-    r.check(vect1 == nullptr, "vect1==0");
-    r.check(vect2 == nullptr, "vect2==0");
-    r.check(reciprocalVariance == nullptr, "reciprocalVariance==0");
-    if (qx::Report::failed())
-        return 0.0;
-    return qx::dist::mahalanobis_diag(vect1, vect2, reciprocalVariance, n, doSqrt);
-}
-
-[[gnu::cold, gnu::noinline]] double mahalanobis_checked(const float* vect1, const float* vect2,
-                                                        float** inverseCovarianceMatrix, int n,
-                                                        int doSqrt) noexcept {
-    constexpr qx::Report r{"QXsMahalanobis"};
-    r.check(n <= 0, "n<=0");
-    r.check(vect1 == nullptr, "vect1==0");
-    r.check(vect2 == nullptr, "vect2==0");
-    r.check(inverseCovarianceMatrix == nullptr, "inverseCovarianceMatrix==0");
-    if (qx::Report::failed())
-        return 0.0;
-    return qx::dist::mahalanobis_full(vect1, vect2, inverseCovarianceMatrix, n, doSqrt);
+// The checks with their reports, out of the exported functions' fast path:
+// called only when one of them fails, so the result is 0. Reported at the
+// caller's line.
+[[gnu::cold, gnu::noinline]] double refuse(const qx::Report& r, int n, const float* vect1, const float* vect2,
+                                           const void* weights = nullptr, const char* weightsText = nullptr,
+                                           qx::where loc = qx::where::current()) noexcept {
+    qx::dist::vector_checks(r, n, vect1, vect2, weights, weightsText, loc);
+    return 0.0;
 }
 
 }  // namespace
@@ -77,34 +31,39 @@ double unless_pending(double result) noexcept { return qx::Report::failed() ? 0.
 extern "C" {
 
 QX_API double QXsDotP(const float* vect1, const float* vect2, int n) {
+    constexpr qx::Report r{"QXsDotP"};
     if (n <= 0 || vect1 == nullptr || vect2 == nullptr) [[unlikely]]
-        return dot_checked(vect1, vect2, n);
+        return refuse(r, n, vect1, vect2);
     return unless_pending(qx::dist::dot(vect1, vect2, n));
 }
 
 QX_API double QXsL1Norm(const float* vect1, const float* vect2, int n) {
+    constexpr qx::Report r{"QXsL1Norm"};
     if (n <= 0 || vect1 == nullptr || vect2 == nullptr) [[unlikely]]
-        return l1_checked(vect1, vect2, n);
+        return refuse(r, n, vect1, vect2);
     return unless_pending(qx::dist::l1(vect1, vect2, n));
 }
 
 QX_API double QXsL2Norm(const float* vect1, const float* vect2, int n, int doSqrt) {
+    constexpr qx::Report r{"QXsL2Norm"};
     if (n <= 0 || vect1 == nullptr || vect2 == nullptr) [[unlikely]]
-        return l2_checked(vect1, vect2, n, doSqrt);
+        return refuse(r, n, vect1, vect2);
     return unless_pending(qx::dist::l2(vect1, vect2, n, doSqrt));
 }
 
 QX_API double QXsMahalanobisD(const float* vect1, const float* vect2, const float* reciprocalVariance, int n,
                               int doSqrt) {
+    constexpr qx::Report r{"QXsMahalanobisD"};
     if (n <= 0 || vect1 == nullptr || vect2 == nullptr || reciprocalVariance == nullptr) [[unlikely]]
-        return mahalanobis_d_checked(vect1, vect2, reciprocalVariance, n, doSqrt);
+        return refuse(r, n, vect1, vect2, reciprocalVariance, "reciprocalVariance==0");
     return unless_pending(qx::dist::mahalanobis_diag(vect1, vect2, reciprocalVariance, n, doSqrt));
 }
 
 QX_API double QXsMahalanobis(const float* vect1, const float* vect2, float** inverseCovarianceMatrix, int n,
                              int doSqrt) {
+    constexpr qx::Report r{"QXsMahalanobis"};
     if (n <= 0 || vect1 == nullptr || vect2 == nullptr || inverseCovarianceMatrix == nullptr) [[unlikely]]
-        return mahalanobis_checked(vect1, vect2, inverseCovarianceMatrix, n, doSqrt);
+        return refuse(r, n, vect1, vect2, inverseCovarianceMatrix, "inverseCovarianceMatrix==0");
     return unless_pending(qx::dist::mahalanobis_full(vect1, vect2, inverseCovarianceMatrix, n, doSqrt));
 }
 

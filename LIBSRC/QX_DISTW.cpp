@@ -12,10 +12,7 @@ extern "C" {
 QX_API int QXwDotP(const short* vect1, const short* vect2, int n, int doScale, int* scaleFactor) {
     constexpr qx::Report r{"QXwDotP"};
     r.scaling(doScale, scaleFactor);
-    r.check(n <= 0, "n<=0");
-    r.check(vect1 == nullptr, "vect1==0");
-    r.check(vect2 == nullptr, "vect2==0");
-    if (qx::Report::failed())
+    if (qx::dist::vector_checks(r, n, vect1, vect2))
         return 0;
     return QXdiConvertDown(qx::dist::dot(vect1, vect2, n), doScale, scaleFactor);
 }
@@ -23,10 +20,7 @@ QX_API int QXwDotP(const short* vect1, const short* vect2, int n, int doScale, i
 QX_API int QXwL1Norm(const short* vect1, const short* vect2, int n, int doScale, int* scaleFactor) {
     constexpr qx::Report r{"QXwL1Norm"};
     r.scaling(doScale, scaleFactor);
-    r.check(n <= 0, "n<=0");
-    r.check(vect1 == nullptr, "vect1==0");
-    r.check(vect2 == nullptr, "vect2==0");
-    if (qx::Report::failed())
+    if (qx::dist::vector_checks(r, n, vect1, vect2))
         return 0;
     return QXdiConvertDown(qx::dist::l1(vect1, vect2, n), doScale, scaleFactor);
 }
@@ -34,10 +28,7 @@ QX_API int QXwL1Norm(const short* vect1, const short* vect2, int n, int doScale,
 QX_API int QXwL2Norm(const short* vect1, const short* vect2, int n, int doSqrt, int doScale, int* scaleFactor) {
     constexpr qx::Report r{"QXwL2Norm"};
     r.scaling(doScale, scaleFactor);
-    r.check(n <= 0, "n<=0");
-    r.check(vect1 == nullptr, "vect1==0");
-    r.check(vect2 == nullptr, "vect2==0");
-    if (qx::Report::failed())
+    if (qx::dist::vector_checks(r, n, vect1, vect2))
         return 0;
     return QXdiConvertDown(qx::dist::l2(vect1, vect2, n, doSqrt), doScale, scaleFactor);
 }
@@ -46,11 +37,7 @@ QX_API int QXwMahalanobisD(const short* vect1, const short* vect2, const short* 
                            int doSqrt, int doScale, int* scaleFactor) {
     constexpr qx::Report r{"QXwMahalanobisD"};
     r.scaling(doScale, scaleFactor);
-    r.check(n <= 0, "n<=0");
-    r.check(vect1 == nullptr, "vect1==0");
-    r.check(vect2 == nullptr, "vect2==0");
-    r.check(reciprocalVariance == nullptr, "reciprocalVariance==0");
-    if (qx::Report::failed())
+    if (qx::dist::vector_checks(r, n, vect1, vect2, reciprocalVariance, "reciprocalVariance==0"))
         return 0;
     return QXdiConvertDown(qx::dist::mahalanobis_diag(vect1, vect2, reciprocalVariance, n, doSqrt), doScale,
                            scaleFactor);
@@ -60,11 +47,7 @@ QX_API int QXwMahalanobis(const short* vect1, const short* vect2, short** invers
                           int doScale, int* scaleFactor) {
     constexpr qx::Report r{"QXwMahalanobis"};
     r.scaling(doScale, scaleFactor);
-    r.check(n <= 0, "n<=0");
-    r.check(vect1 == nullptr, "vect1==0");
-    r.check(vect2 == nullptr, "vect2==0");
-    r.check(inverseCovarianceMatrix == nullptr, "inverseCovarianceMatrix==0");
-    if (qx::Report::failed())
+    if (qx::dist::vector_checks(r, n, vect1, vect2, inverseCovarianceMatrix, "inverseCovarianceMatrix==0"))
         return 0;
     return QXdiConvertDown(qx::dist::mahalanobis_full(vect1, vect2, inverseCovarianceMatrix, n, doSqrt), doScale,
                            scaleFactor);

@@ -21,57 +21,41 @@
 namespace qx {
 namespace {
 
+// A zeroed class block, or null after "NULL pointer".
+HMMClassBlock* new_block(const Report& r) {
+    auto* b = calloc_n<HMMClassBlock>(1);
+    if (b == nullptr)
+        r.raise(QX_StsNoMem, "NULL pointer");
+    return b;
+}
+
 // 1, or -1 after "NULL pointer" when a block cannot be allocated.
 int add_member(const Report& r, HMMClass* c, HMMServer* s) {
     const int id = s->HMMId;
     if (c->first == nullptr) {
-        auto* b = calloc_n<HMMClassBlock>(1);
-        if (b == nullptr) {
-            r.raise(QX_StsNoMem, "NULL pointer");
+        c->first = new_block(r);
+        if (c->first == nullptr)
             return -1;
-        }
-        b->classId = c->classId;
-        b->largestId = kLargestId;
-        c->first = b;
+        c->first->classId = c->classId;
+        c->first->largestId = kLargestId;
     }
     HMMClassBlock* b = block_for(c, id);
     int pos = entry_position(b, id);
     if (pos < b->count && b->entries[pos].HMMId == id)
         return 1;
     if (b->count == kClassBlockSize) {
-        auto* nb = calloc_n<HMMClassBlock>(1);
-        if (nb == nullptr) {
-            r.raise(QX_StsNoMem, "NULL pointer");
+        HMMClassBlock* nb = new_block(r);
+        if (nb == nullptr)
             return -1;
-        }
-        constexpr int half = kClassBlockSize / 2;
-        nb->classId = c->classId;
-        std::memcpy(nb->entries, b->entries + half, sizeof(HMMClassEntry) * half);
-        std::memset(b->entries + half, 0, sizeof(HMMClassEntry) * half);
-        nb->count = half;
-        b->count = half;
-        nb->largestId = b->largestId;
-        b->largestId = b->entries[half - 1].HMMId;
-        nb->next = b->next;
-        b->next = nb;
-        if (c->current == b && c->index >= half) {
-            c->current = nb;
-            c->index -= half;
-        }
+        split_block(c, b, nb);
         if (id > b->largestId) {
             b = nb;
             pos = entry_position(b, id);
         }
     }
-    std::memmove(b->entries + pos + 1, b->entries + pos, sizeof(HMMClassEntry) * (b->count - pos));
-    b->entries[pos] = HMMClassEntry{id, s};
-    ++b->count;
-    ++c->count;
-    if (iteration_running(c) && c->current == b && pos <= c->index)
-        ++c->index;   // the iteration stays on its member
+    insert_member(c, b, pos, s);
     return 1;
 }
-
 
 // Removes the server from every class and from the registry, then frees it.
 void release_server(HMMServer* s) {
@@ -94,7 +78,6 @@ void release_server(HMMServer* s) {
 // ---------------------------------------------------------------------------
 // Parameters: value checks, topology, stored layouts
 // ---------------------------------------------------------------------------
-
 
 // Stores the caller's arrays of one data type: In is the caller's element
 // (float or short), C the stored cost (float or 32-bit int).
@@ -137,17 +120,10 @@ int set_parameters(const Report& r, HMMServer* s, In** tprob, In** outTable, In*
         s->iprob = ip;
     }
     if (outTable != nullptr) {
-        if (semicont) {   // weights by state: one row per state feeds the dot product
-            In* w = static_cast<In*>(out);
-            for (int j = 0; j < n; ++j)
-                for (int k = 0; k < nSymbols; ++k)
-                    w[static_cast<std::size_t>(j) * nSymbols + k] = outTable[j][k];
-        } else {          // output costs by symbol: one vector per frame
-            C* o = static_cast<C*>(out);
-            for (int j = 0; j < n; ++j)
-                for (int k = 0; k < nSymbols; ++k)
-                    o[static_cast<std::size_t>(k) * n + j] = static_cast<C>(outTable[j][k]);
-        }
+        if (semicont)
+            store_weights(static_cast<In*>(out), outTable, n, nSymbols);
+        else
+            store_output_costs(static_cast<C*>(out), outTable, n, nSymbols);
         qx::free(s->oprob);
         s->oprob = out;
     }
@@ -163,6 +139,10 @@ int set_parameters(const Report& r, HMMServer* s, In** tprob, In** outTable, In*
 // ---------------------------------------------------------------------------
 // Internal registry routines
 // ---------------------------------------------------------------------------
+
+// These depart from the usual shape: each looks its record up first and
+// reports an unknown id whether or not an error is pending; only
+// QXSetHMMServerParm tests the status, after its own checks.
 
 qx::HMMServer* QXHMMServer(int HMMId) {
     constexpr qx::Report r{"QXHMMServer"};
@@ -198,30 +178,7 @@ int QXNextHMMServer(int classId) {
         r.raise(QX_StsBadArg, qx::missing_text(classId));
         return -1;
     }
-    if (c->flags & qx::kClassExhausted)
-        return 0;
-    if (c->flags & qx::kClassStart) {
-        c->flags &= ~qx::kClassStart;
-        c->current = c->first;
-        c->index = 0;
-        if (c->current != nullptr)
-            return c->current->entries[0].HMMId;
-    }
-    if (c->current == nullptr) {
-        c->flags |= qx::kClassExhausted;
-        return 0;
-    }
-    if (c->index < c->current->count - 1) {
-        ++c->index;
-    } else {
-        c->current = c->current->next;
-        c->index = 0;
-        if (c->current == nullptr) {
-            c->flags |= qx::kClassExhausted;
-            return 0;
-        }
-    }
-    return c->current->entries[c->index].HMMId;
+    return qx::next_member(c);
 }
 
 int QXSetHMMServerParm(int HMMId, int word, void* tprob, void* outTable, void* iprob, int nStates, int nSymbols,
@@ -311,7 +268,22 @@ struct ValueChecks {
     void check(short v, const char*, const char*, const char* low, where loc = where::current()) const {
         r.check(below_zero(v), low, loc);
     }
+    // The initial probabilities; a missing array is passed over.
+    template <class In>
+    void initial(const In* iprob, int nStates) const {
+        if (iprob != nullptr)
+            for (int i = 0; i < nStates; ++i)
+                check(iprob[i], "iprob[i]<-(float)0.0", "iprob[i]>(float)1.0", "iprob[i]<0");
+    }
 };
+
+// The row checks of a table, last row first; a missing table is passed over.
+template <class In>
+void check_rows(const Report& r, In* const* rows, int nRows, const char* text) {
+    if (rows != nullptr)
+        for (int i = nRows; i-- > 0;)
+            r.check(rows[i] == nullptr, text);
+}
 
 using hmm::is_float;
 
@@ -369,12 +341,8 @@ int init_tabled(const Report& r, In** tprob, In** table, const TableTexts& tt, I
     r.check(nSymbols <= 0, "nSymbols<=0");
     // Every check runs; only what cannot be read (a missing array or row) is
     // passed over.
-    if (tprob != nullptr)
-        for (int i = nStates > 0 ? nStates - 1 : -1; i >= 0; --i)
-            r.check(tprob[i] == nullptr, "tprob[i]==NULL");
-    if (table != nullptr)
-        for (int i = nStates > 0 ? nStates - 1 : -1; i >= 0; --i)
-            r.check(table[i] == nullptr, tt.row);
+    check_rows(r, tprob, nStates, "tprob[i]==NULL");
+    check_rows(r, table, nStates, tt.row);
     const ValueChecks v{r, (flags & QX_HMM_COST) != 0};
     for (int i = 0; i < nStates; ++i) {
         if (tprob != nullptr && tprob[i] != nullptr)
@@ -384,9 +352,7 @@ int init_tabled(const Report& r, In** tprob, In** table, const TableTexts& tt, I
             for (int j = 0; j < nSymbols; ++j)
                 v.check(table[i][j], tt.lowFloat, tt.highFloat, tt.lowShort);
     }
-    if (iprob != nullptr)
-        for (int i = 0; i < nStates; ++i)
-            v.check(iprob[i], "iprob[i]<-(float)0.0", "iprob[i]>(float)1.0", "iprob[i]<0");
+    v.initial(iprob, nStates);
     if (qx::Report::failed())
         return -1;
     const int status = kind | (is_float<In> ? QX_HMM_FLOAT : QX_HMM_SHORT) | (flags & QX_HMM_COST);
@@ -410,17 +376,13 @@ int init_continuous(const Report& r, In** tprob, In* iprob, void* const* outPdfs
     r.check(outPdfs == nullptr, "outPdfs==0");
     r.check(nStates <= 0, "nStates<=0");
     r.check(nQuant <= 0, "nQuant<=0");
-    if (tprob != nullptr)
-        for (int i = nStates > 0 ? nStates - 1 : -1; i >= 0; --i)
-            r.check(tprob[i] == nullptr, "tprob[i]==NULL");
+    check_rows(r, tprob, nStates, "tprob[i]==NULL");
     const ValueChecks v{r, (flags & QX_HMM_COST) != 0};
     if (tprob != nullptr)
         for (int i = 0; i < nStates; ++i)
             if (tprob[i] != nullptr)
                 v.check(tprob[i][i], "tprob[i][i]<-(float)0.0", "tprob[i][i]>(float)1.0", "tprob[i][i]<0");
-    if (iprob != nullptr)
-        for (int i = 0; i < nStates; ++i)
-            v.check(iprob[i], "iprob[i]<-(float)0.0", "iprob[i]>(float)1.0", "iprob[i]<0");
+    v.initial(iprob, nStates);
     if (qx::Report::failed())
         return -1;
     const int status = QX_HMM_CONT | (is_float<In> ? QX_HMM_FLOAT : QX_HMM_SHORT) | (flags & QX_HMM_COST);
@@ -436,8 +398,6 @@ int init_semicontinuous(const Report& r, In** tprob, In** weightVect, In* iprob,
     return init_tabled<In>(r, tprob, weightVect, tt, iprob, nStates, nSymbols, flags, QX_HMM_SEMICONT, outPdfs,
                            nSymbols, nQuant, costScaleFactor);
 }
-
-
 
 void free_all() {
     HMMClass* chead = class_head();
@@ -502,6 +462,8 @@ QX_API int QXwInitSemicontHMMServer(short** tprob, short** weightVect, short* ip
                                           nStates, nSymbols, nQuant, flags, costScaleFactor);
 }
 
+// Departs from the usual shape: the lookup reports first, the status test
+// comes after it.
 QX_API void QXFreeHMMServer(int HMMId) {
     constexpr qx::Report r{"QXFreeHMMServer"};
     qx::HMMServer* s = QXHMMServer(HMMId);
@@ -523,17 +485,7 @@ QX_API int QXCreateHMMClass(void) {
         r.raise(QX_StsNoMem, "NULL pointer");
         return -1;
     }
-    c->flags = qx::kClassStart;
-    // The smallest id above the run of consecutive ids from the head.
-    qx::HMMClass* after = qx::class_head();
-    while (after->next != qx::class_head() && after->next->classId == after->classId + 1)
-        after = after->next;
-    c->classId = after->classId + 1;
-    c->prev = after;
-    c->next = after->next;
-    after->next->prev = c;
-    after->next = c;
-    ++qx::g_classCount;
+    qx::link_class(c);
     return c->classId;
 }
 

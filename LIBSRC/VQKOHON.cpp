@@ -78,6 +78,18 @@ void quantise(const T* input, int numberOfInputs, int numberOfOutputs, const T* 
     rank(output, numberOfOutputs, numberOfRanks, rankList);
 }
 
+// The checks of both forms after the count of outputs (and the 16-bit form's
+// scaling), in their order; true when the call must end.
+bool vector_checks(const qx::Report& r, int numberOfInputs, const void* input, const void* weights,
+                   const short* rankList, const void* output) noexcept {
+    r.check(numberOfInputs <= 0, "numberOfInputs<=0");
+    r.check(input == nullptr, "input==0");
+    r.check(weights == nullptr, "weights==0");
+    r.check(rankList == nullptr, "rankList==0");
+    r.check(output == nullptr, "output==0");
+    return qx::Report::failed();
+}
+
 }  // namespace
 
 extern "C" {
@@ -86,12 +98,7 @@ QX_API void QXsVQKohonen(const float* input, int numberOfInputs, int numberOfOut
                          int numberOfRanks, short* rankList, int doSqrt, float* output) {
     constexpr qx::Report r{"QXsVQKohonen"};
     r.check(numberOfOutputs <= 0, "numberOfOutputs<=0");
-    r.check(numberOfInputs <= 0, "numberOfInputs<=0");
-    r.check(input == nullptr, "input==0");
-    r.check(weights == nullptr, "weights==0");
-    r.check(rankList == nullptr, "rankList==0");
-    r.check(output == nullptr, "output==0");
-    if (qx::Report::failed())
+    if (vector_checks(r, numberOfInputs, input, weights, rankList, output))
         return;
     quantise<to_float>(input, numberOfInputs, numberOfOutputs, weights, numberOfRanks, rankList, doSqrt, output);
 }
@@ -101,12 +108,7 @@ QX_API void QXwVQKohonen(const short* input, int numberOfInputs, int numberOfOut
     constexpr qx::Report r{"QXwVQKohonen"};
     r.check(numberOfOutputs <= 0, "numberOfOutputs<=0");
     r.scaling(doScale, scaleFactor);  // checked, never used: the distances are not scaled
-    r.check(numberOfInputs <= 0, "numberOfInputs<=0");
-    r.check(input == nullptr, "input==0");
-    r.check(weights == nullptr, "weights==0");
-    r.check(rankList == nullptr, "rankList==0");
-    r.check(output == nullptr, "output==0");
-    if (qx::Report::failed())
+    if (vector_checks(r, numberOfInputs, input, weights, rankList, output))
         return;
     quantise<qx::trunc_to<int>>(input, numberOfInputs, numberOfOutputs, weights, numberOfRanks, rankList, doSqrt,
                                 output);

@@ -14,7 +14,23 @@
 #include <cmath>
 #include <cstdint>
 
+#include "qx_report.h"
+
 namespace qx::dist {
+
+// The argument checks every measure makes, in their order: the length, the
+// two vectors, then a weighted measure's weights (weightsText names them; none
+// without it). Reported at the caller's line. True when the call must end: a
+// check failed or an error was already pending.
+inline bool vector_checks(const Report& r, int n, const void* vect1, const void* vect2, const void* weights = nullptr,
+                          const char* weightsText = nullptr, where loc = where::current()) noexcept {
+    r.check(n <= 0, "n<=0", loc);
+    r.check(vect1 == nullptr, "vect1==0", loc);
+    r.check(vect2 == nullptr, "vect2==0", loc);
+    if (weightsText != nullptr)
+        r.check(weights == nullptr, weightsText, loc);
+    return Report::failed();
+}
 
 inline double diff(float a, float b) noexcept { return static_cast<double>(a) - static_cast<double>(b); }
 inline double diff(short a, short b) noexcept {

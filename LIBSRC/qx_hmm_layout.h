@@ -82,4 +82,20 @@ void store_transitions(C* t, In** a, int topo, int n) {
     }
 }
 
+// Mixture weights by state: one row of nSymbols per state feeds the dot product.
+template <class In>
+void store_weights(In* w, In* const* table, int n, int nSymbols) {
+    for (int j = 0; j < n; ++j)
+        for (int k = 0; k < nSymbols; ++k)
+            w[static_cast<std::size_t>(j) * nSymbols + k] = table[j][k];
+}
+
+// Output costs by symbol: one vector of n states per frame.
+template <class C, class In>
+void store_output_costs(C* o, In* const* table, int n, int nSymbols) {
+    for (int j = 0; j < n; ++j)
+        for (int k = 0; k < nSymbols; ++k)
+            o[static_cast<std::size_t>(k) * n + j] = static_cast<C>(table[j][k]);
+}
+
 }  // namespace qx

@@ -42,27 +42,21 @@ inline HMMClass* class_head() {
     return &g_classHead;
 }
 
-inline HMMServer* find_server(int id) {
-    HMMServer* head = server_head();
-    for (HMMServer* p = head->next; p != head; p = p->next) {
-        if (p->HMMId == id)
+// The record of `id` in a circular list sorted by id (its member `idOf`), or
+// null.
+template <class R>
+R* find_in(R* head, int R::*idOf, int id) {
+    for (R* p = head->next; p != head; p = p->next) {
+        if (p->*idOf == id)
             return p;
-        if (p->HMMId > id)
+        if (p->*idOf > id)
             break;
     }
     return nullptr;
 }
 
-inline HMMClass* find_class(int id) {
-    HMMClass* head = class_head();
-    for (HMMClass* p = head->next; p != head; p = p->next) {
-        if (p->classId == id)
-            return p;
-        if (p->classId > id)
-            break;
-    }
-    return nullptr;
-}
+inline HMMServer* find_server(int id) { return find_in(server_head(), &HMMServer::HMMId, id); }
+inline HMMClass* find_class(int id) { return find_in(class_head(), &HMMClass::classId, id); }
 
 // The lookup message: an unknown id, or none given (id 0).
 inline const char* missing_text(int id) {
@@ -86,6 +80,21 @@ inline void link_server(HMMServer* s) {
     ++g_serverCount;
 }
 
+// Links a new class with the smallest id above the run of consecutive ids
+// from the head, at the start of its iteration, and counts it.
+inline void link_class(HMMClass* c) {
+    c->flags = kClassStart;
+    HMMClass* after = class_head();
+    while (after->next != class_head() && after->next->classId == after->classId + 1)
+        after = after->next;
+    c->classId = after->classId + 1;
+    c->prev = after;
+    c->next = after->next;
+    after->next->prev = c;
+    after->next = c;
+    ++g_classCount;
+}
+
 // ---------------------------------------------------------------------------
 // Class membership
 // ---------------------------------------------------------------------------
@@ -105,6 +114,36 @@ inline int entry_position(const HMMClassBlock* b, int id) {
 }
 
 inline bool iteration_running(const HMMClass* c) { return (c->flags & (kClassStart | kClassExhausted)) == 0; }
+
+// Moves the upper half of the full block b into the empty block nb, linked
+// after it; a running iteration stays on its member.
+inline void split_block(HMMClass* c, HMMClassBlock* b, HMMClassBlock* nb) {
+    constexpr int half = kClassBlockSize / 2;
+    nb->classId = c->classId;
+    std::memcpy(nb->entries, b->entries + half, sizeof(HMMClassEntry) * half);
+    std::memset(b->entries + half, 0, sizeof(HMMClassEntry) * half);
+    nb->count = half;
+    b->count = half;
+    nb->largestId = b->largestId;
+    b->largestId = b->entries[half - 1].HMMId;
+    nb->next = b->next;
+    b->next = nb;
+    if (c->current == b && c->index >= half) {
+        c->current = nb;
+        c->index -= half;
+    }
+}
+
+// Inserts server s at position pos of block b (which has room); a running
+// iteration stays on its member.
+inline void insert_member(HMMClass* c, HMMClassBlock* b, int pos, HMMServer* s) {
+    std::memmove(b->entries + pos + 1, b->entries + pos, sizeof(HMMClassEntry) * (b->count - pos));
+    b->entries[pos] = HMMClassEntry{s->HMMId, s};
+    ++b->count;
+    ++c->count;
+    if (iteration_running(c) && c->current == b && pos <= c->index)
+        ++c->index;   // the iteration stays on its member
+}
 
 inline void remove_member(HMMClass* c, int id) {
     HMMClassBlock* b = block_for(c, id);
@@ -134,6 +173,35 @@ inline void remove_member(HMMClass* c, int id) {
         }
         qx::free(b);
     }
+}
+
+// The next member of the class's iteration (the first after a reset), or 0
+// once it is exhausted.
+inline int next_member(HMMClass* c) {
+    if (c->flags & kClassExhausted)
+        return 0;
+    if (c->flags & kClassStart) {
+        c->flags &= ~kClassStart;
+        c->current = c->first;
+        c->index = 0;
+        if (c->current != nullptr)
+            return c->current->entries[0].HMMId;
+    }
+    if (c->current == nullptr) {
+        c->flags |= kClassExhausted;
+        return 0;
+    }
+    if (c->index < c->current->count - 1) {
+        ++c->index;
+    } else {
+        c->current = c->current->next;
+        c->index = 0;
+        if (c->current == nullptr) {
+            c->flags |= kClassExhausted;
+            return 0;
+        }
+    }
+    return c->current->entries[c->index].HMMId;
 }
 
 inline void release_class(HMMClass* c) {

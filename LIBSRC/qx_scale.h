@@ -413,6 +413,89 @@ Outcome scaled(const V& v, long n, int doScale, int* scaleFactor) noexcept {
     }
 }
 
+#if QX_SCALE_X86
+namespace x86 {
+
+// Saturating (doScale 3, and 2 for unsigned subtraction) and checked
+// (doScale 0) addition and subtraction; false for the other modes.
+template <class E, class Op, bool ScalarR, class V>
+bool add_sub(const V& v, const typename E::T* l, const typename E::T* r, typename E::T rv, typename E::T* d, long n,
+             int doScale, int* scaleFactor, Outcome& out) noexcept {
+    if (doScale == 3 || (doScale == 2 && !E::is_signed && Op::is_sub)) {
+        long m = has_avx512() ? saturate512<E, Op, ScalarR>(l, r, rv, d, n) : saturate<E, Op, ScalarR>(l, r, rv, d, n);
+        v.template store<false>(m, n, [](auto x) { return clamp<E>(x); });
+        *scaleFactor = 0;
+        out = {};
+        return true;
+    }
+    if (doScale == 0) {
+        bool over = false, under = false;
+        long m = has_avx512() ? checked512<E, Op, ScalarR>(l, r, rv, d, n, over, under)
+                              : checked<E, Op, ScalarR>(l, r, rv, d, n, over, under);
+        Span s = v.template store_checked<false>(m, n);
+        *scaleFactor = 0;
+        out = {over || s.mx > E::hi, under || s.mn < E::lo};
+        return true;
+    }
+    return false;
+}
+
+// The products of elements b .. n-1 of shorts shifted right by sh: the blocks
+// stored before b shifted by sh, whole vectors from b, the plain loop for the
+// rest.
+template <bool ScalarR, class V>
+void store_shifted_products(const V& v, const std::int16_t* l, const std::int16_t* r, std::int16_t rv,
+                            std::int16_t* d, long b, long nv, long n, int sh) noexcept {
+    if (has_avx512()) {
+        shift_stored512(d, 0, b, sh);
+        store_products512<ScalarR>(l, r, rv, d, b, nv, sh);
+    } else {
+        shift_stored(d, 0, b, sh);
+        store_products<ScalarR>(l, r, rv, d, b, nv, sh);
+    }
+    v.template store<false>(nv, n, [sh](auto x) { return wrap<S16>(static_cast<decltype(x)>(x >> sh)); });
+}
+
+// The automatic multiply shift of shorts, block by block as in scaled(): a
+// block whose products all fit is stored as it is; at the first one that does
+// not, one count is chosen for the rest and the blocks stored before are
+// shifted by it. Blocks are whole vectors except at the end.
+template <bool ScalarR, class V>
+void auto_multiply(const V& v, const std::int16_t* l, const std::int16_t* r, std::int16_t rv, std::int16_t* d,
+                   long n, int* scaleFactor) noexcept {
+    const bool wide = has_avx512();
+    const long lanes = wide ? 32 : 16;
+    alignas(64) std::int16_t lows[V::block];   // the products of one block, while it is checked
+    for (long b = 0; b < n;) {
+        long e = n - b > V::block ? b + V::block : n;
+        long ev = b + ((e - b) & -lanes);   // lanes is a power of two
+        bool fit = wide ? products_fit512<ScalarR>(l, r, rv, b, ev, lows) : products_fit<ScalarR>(l, r, rv, b, ev);
+        if (fit && v.scan(ev, e).template fits<S16>()) {
+            if (wide)
+                copy512(lows, d + b, ev - b);
+            else
+                store_products<ScalarR>(l, r, rv, d, b, ev, 0);
+            v.template store<false>(ev, e, [](auto x) { return wrap<S16>(x); });
+            b = e;
+            continue;
+        }
+        long nv = b + ((n - b) & -lanes);
+        Span s = v.scan(nv, n);
+        if (wide)
+            product_span512<ScalarR>(l, r, rv, b, nv, s.mx, s.mn);
+        else
+            product_span<ScalarR>(l, r, rv, b, nv, s.mx, s.mn);
+        const int sh = automatic_shift<S16>(s);
+        store_shifted_products<ScalarR>(v, l, r, rv, d, b, nv, n, sh);
+        *scaleFactor = sh;
+        return;
+    }
+    *scaleFactor = 0;
+}
+
+}  // namespace x86
+#endif
+
 // The vector paths (qx_scale_x86.h) where the processor has them: saturating
 // and checked addition and subtraction of bytes and shorts, and the
 // automatic multiply shift of shorts. The plain loops of `v` finish the
@@ -425,68 +508,11 @@ bool vector_path(const V& v, const typename E::T* l, const typename E::T* r, typ
     if (!x86::has_avx2() || !same_or_apart(l, d, n) || (!ScalarR && !same_or_apart(r, d, n)))
         return false;
     if constexpr (!std::is_same_v<Op, Mul>) {
-        if (doScale == 3 || (doScale == 2 && !E::is_signed && Op::is_sub)) {
-            long m = x86::has_avx512() ? x86::saturate512<E, Op, ScalarR>(l, r, rv, d, n)
-                                       : x86::saturate<E, Op, ScalarR>(l, r, rv, d, n);
-            v.template store<false>(m, n, [](auto x) { return clamp<E>(x); });
-            *scaleFactor = 0;
-            out = {};
-            return true;
-        }
-        if (doScale == 0) {
-            bool over = false, under = false;
-            long m = x86::has_avx512() ? x86::checked512<E, Op, ScalarR>(l, r, rv, d, n, over, under)
-                                       : x86::checked<E, Op, ScalarR>(l, r, rv, d, n, over, under);
-            Span s = v.template store_checked<false>(m, n);
-            *scaleFactor = 0;
-            out = {over || s.mx > E::hi, under || s.mn < E::lo};
-            return true;
-        }
+        return x86::add_sub<E, Op, ScalarR>(v, l, r, rv, d, n, doScale, scaleFactor, out);
     } else if constexpr (std::is_same_v<E, S16>) {
         if (doScale != 2)
             return false;
-        // The automatic shift, block by block as in scaled(): a block whose
-        // products all fit is stored as it is; at the first one that does
-        // not, one count is chosen for the rest and the blocks stored before
-        // are shifted by it. Blocks are whole vectors except at the end.
-        auto wrapShift = [](int sh) { return [sh](auto x) { return wrap<E>(static_cast<decltype(x)>(x >> sh)); }; };
-        const bool wide = x86::has_avx512();
-        const long lanes = wide ? 32 : 16;
-        alignas(64) std::int16_t lows[V::block];   // the products of one block, while it is checked
-        for (long b = 0; b < n;) {
-            long e = n - b > V::block ? b + V::block : n;
-            long ev = b + ((e - b) & -lanes);   // lanes is a power of two
-            bool fit = wide ? x86::products_fit512<ScalarR>(l, r, rv, b, ev, lows)
-                            : x86::products_fit<ScalarR>(l, r, rv, b, ev);
-            if (fit && v.scan(ev, e).template fits<E>()) {
-                if (wide)
-                    x86::copy512(lows, d + b, ev - b);
-                else
-                    x86::store_products<ScalarR>(l, r, rv, d, b, ev, 0);
-                v.template store<false>(ev, e, wrapShift(0));
-                b = e;
-                continue;
-            }
-            long nv = b + ((n - b) & -lanes);
-            Span s = v.scan(nv, n);
-            if (wide)
-                x86::product_span512<ScalarR>(l, r, rv, b, nv, s.mx, s.mn);
-            else
-                x86::product_span<ScalarR>(l, r, rv, b, nv, s.mx, s.mn);
-            int sh = automatic_shift<E>(s);
-            if (wide) {
-                x86::shift_stored512(d, 0, b, sh);
-                x86::store_products512<ScalarR>(l, r, rv, d, b, nv, sh);
-            } else {
-                x86::shift_stored(d, 0, b, sh);
-                x86::store_products<ScalarR>(l, r, rv, d, b, nv, sh);
-            }
-            v.template store<false>(nv, n, wrapShift(sh));
-            *scaleFactor = sh;
-            out = {};
-            return true;
-        }
-        *scaleFactor = 0;
+        x86::auto_multiply<ScalarR>(v, l, r, rv, d, n, scaleFactor);
         out = {};
         return true;
     }

@@ -1,9 +1,8 @@
-// Row-pointer arrays and tables.
+// Row-pointer arrays and tables (their allocation failures: test_oom.cpp).
 #include <cstdint>
 
 #include "kvx_test.h"
 
-using kvxtest::FailAllocation;
 using kvxtest::LibTest;
 using kvxtest::Rep;
 
@@ -74,8 +73,7 @@ TEST_F(Alloc, BadSizesAndBadReleases) {
     EXPECT_EQ(QXsAllocTable(2, -1), nullptr);
     EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXbAlloc2", "((nRows<=0)||(nCols<=0))"},
                                       {-5, "QXsAllocTable", "((nRows<=0)||(nCols<=0))"}}));
-    for (auto& r : kvxtest::reports())
-        EXPECT_TRUE(kvxtest::names_raising_line(r));
+    EXPECT_TRUE(kvxtest::all_name_raising_lines());
     clear();
 
     float** s = QXsAlloc2(1, 2);
@@ -91,52 +89,4 @@ TEST_F(Alloc, BadSizesAndBadReleases) {
     EXPECT_EQ(QX_FreeTable(nullptr), -1);
     EXPECT_EQ(QXyFreeTable(QXyAllocTable(1, 1)), 0);
     EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QX_FreeTable", "ptr==((void *)0)"}}));
-}
-
-TEST_F(Alloc, FailedRowReleasesEverythingBeforeReporting) {
-    long live = qx::testing::live_blocks();
-    {
-        FailAllocation fail(3);  // pointer array, row 0, then row 1 fails
-        EXPECT_EQ(QXyAlloc2(3, 4), nullptr);
-        unsigned char** next = QXyAlloc2(1, 1);  // only the third call failed
-        EXPECT_NE(next, nullptr);
-        QXSetStatus(0);
-        EXPECT_EQ(QXyFree2(next, 1), 0);
-    }
-    EXPECT_EQ(qx::testing::live_blocks(), live);
-    {
-        FailAllocation fail(2);
-        EXPECT_EQ(QXbAlloc2(2, 4), nullptr);
-    }
-    {
-        FailAllocation fail(1);
-        EXPECT_EQ(QXwAlloc2(2, 4), nullptr);
-    }
-    EXPECT_EQ(qx::testing::live_blocks(), live);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-4, "QXyAlloc2", "Current vector can not be allocated"},
-                                      {-4, "QXbAlloc2", "Current float vector can not be allocated"},
-                                      {-4, "QXwAlloc2", "The pointers vector can not be allocated"}}));
-    for (auto& r : kvxtest::reports())
-        EXPECT_TRUE(kvxtest::names_raising_line(r));
-}
-
-TEST_F(Alloc, FailedTableBlockLeaksThePointerArrayAndQXyNamesQXn) {
-    long live = qx::testing::live_blocks();
-    {
-        FailAllocation fail(2);
-        EXPECT_EQ(QXyAllocTable(2, 2), nullptr);
-    }
-    // The pointer array is left allocated: the documented leak. The test gives
-    // it back itself so that the leak checker sees only real leaks.
-    EXPECT_EQ(qx::testing::live_blocks(), live + 1);
-    qx::free(qx::testing::last_allocation());
-    EXPECT_EQ(qx::testing::live_blocks(), live);
-    {
-        FailAllocation fail(1, true);
-        EXPECT_EQ(QXyAllocTable(2, 2), nullptr);
-        EXPECT_EQ(QXtAllocTable(2, 2), nullptr);
-    }
-    EXPECT_EQ(got(), (std::vector<Rep>{{-4, "QXnAllocTable", "2D array vector can not be allocated"},
-                                      {-4, "QXyAllocTable", "The pointers vector can not be allocated"},
-                                      {-4, "QXtAllocTable", "The pointers vector can not be allocated"}}));
 }

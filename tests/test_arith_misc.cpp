@@ -149,7 +149,7 @@ TEST_F(Misc, AbsShiftMinMaxSumMatchReferences) {
             }
             for (int p = 0; p <= 7; ++p) {
                 int64_t bits = 0;
-                for (int k = 0, at = 7 - p; k < n; ++k, ++at) bits += (buf[at / 8] >> (7 - at % 8)) & 1;
+                for (int k = 0; k < n; ++k) bits += kvxtest::packed_get(1, buf.data(), 7 - p + k);
                 checkSum(bits, [&](int ds, int* sf) { return QXbSum(buf.data(), p, n, ds, sf); });
             }
         }
@@ -179,47 +179,39 @@ TEST_F(Misc, SumsBeyondTheIntRange) {
             EXPECT_EQ(sf, halvings);
             EXPECT_EQ(c.sum(3, &sf), c.exact > 0 ? INT32_MAX : INT32_MIN);
             EXPECT_EQ(c.sum(0, &sf), wrapTo(c.exact, kI32));
-            for (const auto& r : kvxtest::reports()) EXPECT_TRUE(kvxtest::names_raising_line(r));
+            EXPECT_TRUE(kvxtest::all_name_raising_lines());
             EXPECT_EQ(takeReports(), (std::vector<Rep>{{c.exact > 0 ? -20 : -21, c.name, ""}}));
         });
     }
 }
 
-// Each of the 45 arithmetic wrappers reports from its own family file, at the
-// table line that generates it.
+// Each of the 45 arithmetic wrappers reports from its own family file
+// (QX_B<op><form>.cpp), at the table line that generates it.
 TEST_F(Misc, ArithmeticReportsNameTheirFamilyFile) {
-    int sf = 0;
-    const std::vector<std::pair<std::string, std::function<void()>>> families{
-        {"QX_BADD2", [&] { QXnbAdd2(0, 0, 0, 0, 0, 0, &sf), QXybAdd2(0, 0, 0, 0, &sf), QXtbAdd2(0, 0, 0, 0, &sf),
-                           QXwbAdd2(0, 0, 0, 0, &sf), QXsbAdd2(0, 0, 0); }},
-        {"QX_BSUB2", [&] { QXnbSub2(0, 0, 0, 0, 0, 0, &sf), QXybSub2(0, 0, 0, 0, &sf), QXtbSub2(0, 0, 0, 0, &sf),
-                           QXwbSub2(0, 0, 0, 0, &sf), QXsbSub2(0, 0, 0); }},
-        {"QX_BMPY2", [&] { QXnbMpy2(0, 0, 0, 0, 0, 0, &sf), QXybMpy2(0, 0, 0, 0, &sf), QXtbMpy2(0, 0, 0, 0, &sf),
-                           QXwbMpy2(0, 0, 0, 0, &sf), QXsbMpy2(0, 0, 0); }},
-        {"QX_BADD3", [&] { QXnbAdd3(0, 0, 0, 0, 0, 0, 0, &sf), QXybAdd3(0, 0, 0, 0, 0, &sf),
-                           QXtbAdd3(0, 0, 0, 0, 0, &sf), QXwbAdd3(0, 0, 0, 0, 0, &sf), QXsbAdd3(0, 0, 0, 0); }},
-        {"QX_BSUB3", [&] { QXnbSub3(0, 0, 0, 0, 0, 0, 0, &sf), QXybSub3(0, 0, 0, 0, 0, &sf),
-                           QXtbSub3(0, 0, 0, 0, 0, &sf), QXwbSub3(0, 0, 0, 0, 0, &sf), QXsbSub3(0, 0, 0, 0); }},
-        {"QX_BMPY3", [&] { QXnbMpy3(0, 0, 0, 0, 0, 0, 0, &sf), QXybMpy3(0, 0, 0, 0, 0, &sf),
-                           QXtbMpy3(0, 0, 0, 0, 0, &sf), QXwbMpy3(0, 0, 0, 0, 0, &sf), QXsbMpy3(0, 0, 0, 0); }},
-        {"QX_BADDS", [&] { QXnbAdd2s(0, 0, 0, 0, 0, &sf), QXybAdd2s(0, 0, 0, 0, &sf), QXtbAdd2s(0, 0, 0, 0, &sf),
-                           QXwbAdd2s(0, 0, 0, 0, &sf), QXsbAdd2s(0, 0, 0); }},
-        {"QX_BSUBS", [&] { QXnbSub2s(0, 0, 0, 0, 0, &sf), QXybSub2s(0, 0, 0, 0, &sf), QXtbSub2s(0, 0, 0, 0, &sf),
-                           QXwbSub2s(0, 0, 0, 0, &sf), QXsbSub2s(0, 0, 0); }},
-        {"QX_BMPYS", [&] { QXnbMpy2s(0, 0, 0, 0, 0, &sf), QXybMpy2s(0, 0, 0, 0, &sf), QXtbMpy2s(0, 0, 0, 0, &sf),
-                           QXwbMpy2s(0, 0, 0, 0, &sf), QXsbMpy2s(0, 0, 0); }},
-    };
-    for (const auto& [file, calls] : families) {
-        calls();
-        std::set<std::string> named;
-        for (const auto& r : kvxtest::reports()) {
-            EXPECT_EQ(r.file, "..\\LIBSRC\\" + file + ".cpp") << r.function;
-            EXPECT_TRUE(kvxtest::names_raising_line(r));
-            named.insert(r.function);
+    const std::string files[3][3] = {{"QX_BADD2", "QX_BADD3", "QX_BADDS"}, {"QX_BSUB2", "QX_BSUB3", "QX_BSUBS"},
+                                     {"QX_BMPY2", "QX_BMPY3", "QX_BMPYS"}};
+    using F2 = int (*)(const float*, float*, int);
+    using F3 = int (*)(const float*, const float*, float*, int);
+    using F2s = int (*)(float, float*, int);
+    const std::tuple<F2, F3, F2s> floats[3] = {{QXsbAdd2, QXsbAdd3, QXsbAdd2s}, {QXsbSub2, QXsbSub3, QXsbSub2s},
+                                               {QXsbMpy2, QXsbMpy3, QXsbMpy2s}};
+    const Forms* ints[3][4] = {{&kNAdd, &kYAdd, &kTAdd, &kWAdd}, {&kNSub, &kYSub, &kTSub, &kWSub}, {&kNMpy, &kYMpy, &kTMpy, &kWMpy}};
+    for (int op = 0; op < 3; ++op)
+        for (int form = 0; form < 3; ++form) {
+            std::vector<int> none, one{1};
+            int sf = 0;
+            for (const Forms* f : ints[op]) f->f[form](one, one, none, 0, &sf, 0, 0);   // n = 0
+            const auto [f2, f3, f2s] = floats[op];
+            form == 0 ? f2(nullptr, nullptr, 0) : form == 1 ? f3(nullptr, nullptr, nullptr, 0) : f2s(0, nullptr, 0);
+            std::set<std::string> named;
+            for (const auto& r : kvxtest::reports()) {
+                EXPECT_EQ(r.file, "..\\LIBSRC\\" + files[op][form] + ".cpp") << r.function;
+                EXPECT_TRUE(kvxtest::names_raising_line(r));
+                named.insert(r.function);
+            }
+            EXPECT_EQ(named.size(), 5u) << files[op][form];
+            clear();
         }
-        EXPECT_EQ(named.size(), 5u) << file;
-        clear();
-    }
 }
 
 // Checks run in order and stop the work; some report under odd names.
@@ -274,7 +266,7 @@ TEST_F(Misc, ChecksReportTheirTextsInOrder) {
         std::vector<Rep> want;
         for (const auto& [fn, text] : texts) want.emplace_back(-5, fn, text);
         EXPECT_EQ(got(), want);
-        for (const auto& r : kvxtest::reports()) EXPECT_TRUE(kvxtest::names_raising_line(r));
+        EXPECT_TRUE(kvxtest::all_name_raising_lines());
         clear();
     }
     // n = 0 writes nothing; a pending error stops a valid call before any work.

@@ -19,14 +19,8 @@ using u8 = unsigned char;
 using t8 = signed char;
 t8** sgn(u8** rows) { return reinterpret_cast<t8**>(rows); }
 
-// Pixel c of a row of w-bit pixels (w = 1, 4 or 8), the first pixel in the most
-// significant bits of byte 0.
-unsigned pixel(int w, const u8* row, int c) { return (row[c * w / 8] >> (8 - w - c * w % 8)) & ((1u << w) - 1); }
-void set_pixel(int w, u8* row, int c, unsigned v) {
-    const int sh = 8 - w - c * w % 8;
-    const unsigned mask = ((1u << w) - 1) << sh;
-    row[c * w / 8] = static_cast<u8>((row[c * w / 8] & ~mask) | (v << sh));
-}
+using kvxtest::packed_get;
+using kvxtest::packed_set;
 
 // Rows in separate buffers with guard bytes on both sides; random contents.
 struct Image {
@@ -74,8 +68,8 @@ TEST_F(Images, MirrorMatchesThePerPixelReferenceAtEveryLaneWidth) {
                         auto want = out.rows;
                         for (int r = 0; r < nRows; ++r)
                             for (int c = 0; c < nCols; ++c)
-                                set_pixel(t.width, want[orient ? nRows - 1 - r : r].data() + Image::kGuard, orient ? c : nCols - 1 - c,
-                                          pixel(t.width, in.ptrs[r], c));
+                                packed_set(t.width, want[orient ? nRows - 1 - r : r].data() + Image::kGuard, orient ? c : nCols - 1 - c,
+                                          packed_get(t.width, in.ptrs[r], c));
                         ASSERT_EQ(t.mirror(in.ptrs.data(), out.ptrs.data(), nRows, nCols, orient), 0);
                         ASSERT_EQ(out.rows, want) << "width " << t.width << " lanes " << limit << " " << nRows << "x"
                                                   << nCols << " orient " << orient;
@@ -98,8 +92,8 @@ TEST_F(Images, CopyMatchesThePerPixelReferenceForRandomRegions) {
             auto want = out.rows;
             for (int k = 0; k < h; ++k)
                 for (int c = 0; c < w; ++c)
-                    set_pixel(t.width, want[orgRow + k].data() + Image::kGuard, orgCol + c,
-                              pixel(t.width, in.ptrs[r0 + k], c0 + c));
+                    packed_set(t.width, want[orgRow + k].data() + Image::kGuard, orgCol + c,
+                              packed_get(t.width, in.ptrs[r0 + k], c0 + c));
             ASSERT_EQ(t.copy(in.ptrs.data(), out.ptrs.data(), &g, orgRow, orgCol), 0);
             ASSERT_EQ(out.rows, want) << "width " << t.width << " rows " << r0 << ".." << r1 << " cols " << c0 << ".." << c1
                                       << " to " << orgRow << "," << orgCol;
@@ -126,7 +120,6 @@ TEST_F(Images, ChecksInOrderWithTheirOwnSpellingsAndTheByteFormsReturnTheStatus)
                          {-5, "QXyCopyImage", "copyRgn->rightBotRow < copyRgn->leftTopRow"},
                          {-5, "QXyCopyImage", "copyRgn->rightBotCol < copyRgn->leftTopCol"},
                      }));
-    for (auto& r : kvxtest::reports())
-        EXPECT_TRUE(kvxtest::names_raising_line(r));
+    EXPECT_TRUE(kvxtest::all_name_raising_lines());
     EXPECT_EQ(Bytes(row, row + 4), (Bytes{1, 2, 3, 4}));
 }

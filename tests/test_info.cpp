@@ -38,27 +38,20 @@ TEST(Info, FamiliesBelowFourHaveNoModelAndNoBrackets) {
 }
 
 TEST(Info, LaterFamiliesCarryModelAndStepping) {
-    QXProcessorInfo p = describe(0x52C, 0);
-    EXPECT_EQ(p.family, 5);
-    EXPECT_EQ(p.model, 2);
-    EXPECT_EQ(p.stepping, 12);
-    EXPECT_STREQ(p.text, "Pentium [model 2, stepping 12]");
-
-    p = describe(0x543, 0x800000);  // MMX on a family-5 part
-    EXPECT_EQ(p.family, 55);
-    EXPECT_STREQ(p.text, "P55C [model 4, stepping 3]");
-
-    p = describe(0x0FFF0000u | 0x4A1, 0);  // only the low 16 bits count
-    EXPECT_EQ(p.family, 4);
-    EXPECT_STREQ(p.text, "i486 [model 10, stepping 1]");
-
-    p = describe(0x633, 0x800000);  // family 6 ignores the MMX flag
-    EXPECT_EQ(p.family, 6);
-    EXPECT_STREQ(p.text, "Pentium Pro [model 3, stepping 3]");
-
-    p = describe(0xF21, 0x800000);
-    EXPECT_EQ(p.family, 15);
-    EXPECT_STREQ(p.text, "x86 family 15 [model 2, stepping 1]");
+    const struct { unsigned signature, features; int family; const char* text; } cases[] = {
+        {0x52C, 0, 5, "Pentium [model 2, stepping 12]"},
+        {0x543, 0x800000, 55, "P55C [model 4, stepping 3]"},   // MMX on a family-5 part
+        {0x0FFF0000u | 0x4A1, 0, 4, "i486 [model 10, stepping 1]"},   // only the low 16 bits count
+        {0x633, 0x800000, 6, "Pentium Pro [model 3, stepping 3]"},   // family 6 ignores the MMX flag
+        {0xF21, 0x800000, 15, "x86 family 15 [model 2, stepping 1]"},
+    };
+    for (const auto& c : cases) {
+        const QXProcessorInfo p = describe(c.signature, c.features);
+        EXPECT_EQ(p.family, c.family) << c.text;
+        EXPECT_EQ(p.model, static_cast<int>(c.signature >> 4 & 15)) << c.text;
+        EXPECT_EQ(p.stepping, static_cast<int>(c.signature & 15)) << c.text;
+        EXPECT_STREQ(p.text, c.text);
+    }
 }
 
 TEST(Info, ThisProcessor) {

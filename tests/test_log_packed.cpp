@@ -23,17 +23,10 @@ using U = unsigned;
 // the first element sits at bit p of byte 0 for bits, in the high (p = 1) or
 // low (p = 0) nibble for nibbles; the next ones follow towards bit 0 and on
 // into the next bytes.
-int bit_offset(int w, int p, int k) { return w * (8 / w - 1 - p + k); }
-unsigned get(int w, const u8* v, int p, int k) {
-    const int pos = bit_offset(w, p, k);
-    return (v[pos / 8] >> (8 - w - pos % 8)) & ((1u << w) - 1);
-}
-void put(int w, u8* v, int p, int k, unsigned x) {
-    const int pos = bit_offset(w, p, k), sh = 8 - w - pos % 8;
-    const unsigned mask = ((1u << w) - 1) << sh;
-    v[pos / 8] = static_cast<u8>((v[pos / 8] & ~mask) | ((x << sh) & mask));
-}
-int bytes_for(int w, int p, int n) { return (bit_offset(w, p, n) + 7) / 8; }
+int first(int w, int p) { return 8 / w - 1 - p; }
+unsigned get(int w, const u8* v, int p, int k) { return kvxtest::packed_get(w, v, first(w, p) + k); }
+void put(int w, u8* v, int p, int k, unsigned x) { kvxtest::packed_set(w, v, first(w, p) + k, x); }
+int bytes_for(int w, int p, int n) { return (w * (first(w, p) + n) + 7) / 8; }
 
 // One exported function: element width, the reference for one element (d is
 // the old destination element, a and b the source ones), and the call.
@@ -136,8 +129,7 @@ TEST_F(PackedVectors, ChecksReportEveryBadArgumentInOrderAndPendingErrorsStopThe
                          {-5, "QXnbXor2", "dstStartPos>1"}, {-5, "QXnbXor2", "src==0"},
                          {-5, "QXnbOr2s", "dstStartPos>1"}, {-5, "QXnbOr2s", "n<=0"}, {-5, "QXnbOr2s", "dst==0"},
                      }));
-    for (auto& r : kvxtest::reports())
-        EXPECT_TRUE(kvxtest::names_raising_line(r));
+    EXPECT_TRUE(kvxtest::all_name_raising_lines());
     EXPECT_EQ(Bytes(v, v + 4), (Bytes{1, 2, 3, 4}));
 
     // With an error pending, valid calls of both the packed and the plain forms

@@ -91,8 +91,7 @@ TEST_F(Perceptron, ChecksInOrder) {
     for (const char* t : {"numberOfInputs<=0", "doScale<0", "scaleFactor==0", "numberOfLayers<=0", "input==0",
                           "layerNeuronCounts==0", "weights==0", "output==0", "*scaleFactor>64", "doScale>3"})
         want.emplace_back(-5, "QXwMLPerceptron", t);
-    for (auto& r : kvxtest::reports())
-        EXPECT_TRUE(kvxtest::names_raising_line(r));
+    EXPECT_TRUE(kvxtest::all_name_raising_lines());
     // Bad conversion factors surface as the conversions' own reports: the
     // input block once, every weight once.
     QXSetStatus(0);
@@ -111,32 +110,4 @@ TEST_F(Perceptron, ChecksInOrder) {
     QXwMLPerceptron(1, 0, &in, 1, &one, 0, &w, &out, 0, &sf);
     EXPECT_EQ(out, 1);  // activation 1.0 truncates to 1
     EXPECT_TRUE(got().empty());
-}
-
-TEST_F(Perceptron, EveryMemoryFailureReleasesWhatWasTaken) {
-    // Float: the blocks of the two hidden layers. Short: the input block, then
-    // one per layer. The float form reports under the 16-bit form's name.
-    const int counts[] = {3, 2, 1};
-    const float fin[] = {1, -1}, fw[14] = {0.25f};
-    const short sin[] = {1, -1}, sw[14] = {100};
-    const std::string memory = "insufficiency of memory for pointer  ";
-    auto failing = [](long nth, auto call) { FailAllocation fail(nth); call(); };
-    for (long nth = 1; nth <= 5; ++nth) {
-        const long live = qx::testing::live_blocks();
-        float fout = 5;
-        short sout = 5;
-        int sf = 0;
-        failing(nth, [&] { QXsMLPerceptron(2, fin, 3, counts, fw, &fout); });
-        QXSetStatus(0);  // lets the short form run; the report stays captured
-        failing(nth, [&] { QXwMLPerceptron(2, 0, sin, 3, counts, -8, sw, &sout, 0, &sf); });
-        std::vector<Rep> want(nth <= 2, {-4, "QXwMLPerceptron", memory + "outputBlockPtr"});
-        if (nth <= 4)
-            want.emplace_back(-4, "QXwMLPerceptron", memory + (nth == 1 ? "inputPtr" : "outputPtr"));
-        EXPECT_EQ(got(), want) << nth;
-        for (auto& r : kvxtest::reports())
-            EXPECT_TRUE(kvxtest::names_raising_line(r));
-        clear();
-        EXPECT_TRUE((fout == 5) == (nth <= 2) && (sout == 5) == (nth <= 4)) << nth;
-        EXPECT_EQ(qx::testing::live_blocks(), live) << nth;
-    }
 }

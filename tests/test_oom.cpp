@@ -1,17 +1,18 @@
 // Out of memory: every exported function that takes memory from the heap is
 // run with its 1st, 2nd, ... allocation failing until a run needs no more
-// than it was given. Each failing run must report -4, give the function's
-// failure result and keep no block beyond the ones the function is known to
-// keep (the pointer array of a table whose data block failed, the first
-// buffer of QXvwbConvert); the run that succeeds gives what an undisturbed
-// call gives. Caches a function fills are released before counting.
+// than it was given. Each failing run must report -4 at its raising line,
+// give the function's failure result, leave its output as it was, and keep no
+// block beyond the ones the function is known to keep (the pointer array of a
+// table whose data block failed, the first buffer of QXvwbConvert); the run
+// that succeeds gives what an undisturbed call gives. Caches a function fills
+// are released before counting. The last test checks every distinct message.
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <functional>
 #include <memory>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "kvx_test.h"
@@ -29,7 +30,14 @@ struct Call {
     long kept = 0;                 // blocks a failing run may keep (leaked by design)
     bool reclaim = false;          // a kept block is the last one obtained: the test gives it back
     std::function<void()> setup = [] {}, teardown = [] {};   // around each run, allocating freely
+    std::vector<double> before = {};   // when given: what a failing run leaves in its output
 };
+
+// Every (function, text) an out-of-memory run reported, with code -4 or a trace.
+std::set<std::tuple<int, std::string, std::string>>& messages() {
+    static std::set<std::tuple<int, std::string, std::string>> all;
+    return all;
+}
 
 // Releases every cache the library fills on demand.
 void release_caches() {
@@ -40,12 +48,6 @@ void release_caches() {
     QXwPatternFreeAll();
     QXsPatternFreeAll();
     QXHMMFreeAll();
-}
-
-// (allocation site, function) pairs whose failure a test has driven.
-std::set<std::pair<const void*, std::string>>& sites() {
-    static std::set<std::pair<const void*, std::string>> all;
-    return all;
 }
 
 class OutOfMemory : public LibTest {
@@ -74,11 +76,15 @@ protected:
             const auto reps = got();
             bool noMem = false;
             for (const auto& [code, fn, text] : reps) noMem |= code == QX_StsNoMem;
+            for (const auto& rep : kvxtest::reports()) {
+                if (!noMem) break;
+                messages().insert({rep.code, rep.function, rep.condition});
+                EXPECT_TRUE(kvxtest::names_raising_line(rep)) << c.name;
+            }
             QXSetStatus(0);
             c.teardown();
             release_caches();
             QXSetStatus(0);
-            if (noMem) sites().insert({qx::testing::failed_site(), c.name});
             if (!noMem) {  // the call needed fewer than k allocations
                 EXPECT_FALSE(failed) << c.name << " allocation " << k;
                 EXPECT_EQ(r, clean) << c.name;
@@ -87,6 +93,9 @@ protected:
                 return k - 1;
             }
             EXPECT_TRUE(failed) << c.name << " with allocation " << k << " failing";
+            if (!c.before.empty()) {
+                EXPECT_EQ(r, c.before) << c.name << " allocation " << k;
+            }
             EXPECT_LE(qx::testing::live_blocks(), live + c.kept) << c.name << " with allocation " << k << " failing";
             if (c.reclaim && qx::testing::live_blocks() > live) qx::free(qx::testing::last_allocation());
             if (c.kept == 0) {
@@ -106,34 +115,30 @@ std::vector<double> as_doubles(const void* p, std::size_t bytes) {
 
 // Row-pointer arrays and tables of every type: the caller releases them.
 std::vector<Call> arrays() {
-    std::vector<Call> calls;
     using Make = void** (*)(int, int);
-    const std::pair<const char*, Make> twoD[] = {
-        {"QXbAlloc2", reinterpret_cast<Make>(QXbAlloc2)}, {"QXnAlloc2", reinterpret_cast<Make>(QXnAlloc2)},
-        {"QXyAlloc2", reinterpret_cast<Make>(QXyAlloc2)}, {"QXtAlloc2", reinterpret_cast<Make>(QXtAlloc2)},
-        {"QXwAlloc2", reinterpret_cast<Make>(QXwAlloc2)}, {"QXiAlloc2", reinterpret_cast<Make>(QXiAlloc2)},
-        {"QXsAlloc2", reinterpret_cast<Make>(QXsAlloc2)}};
-    for (auto [name, make] : twoD)
-        calls.push_back({name, [make](bool& failed) {
+    const std::tuple<const char*, Make, const char*, Make> kinds[] = {
+        {"QXbAlloc2", reinterpret_cast<Make>(QXbAlloc2), "QXbAllocTable", reinterpret_cast<Make>(QXbAllocTable)},
+        {"QXnAlloc2", reinterpret_cast<Make>(QXnAlloc2), "QXnAllocTable", reinterpret_cast<Make>(QXnAllocTable)},
+        {"QXyAlloc2", reinterpret_cast<Make>(QXyAlloc2), "QXyAllocTable", reinterpret_cast<Make>(QXyAllocTable)},
+        {"QXtAlloc2", reinterpret_cast<Make>(QXtAlloc2), "QXtAllocTable", reinterpret_cast<Make>(QXtAllocTable)},
+        {"QXwAlloc2", reinterpret_cast<Make>(QXwAlloc2), "QXwAllocTable", reinterpret_cast<Make>(QXwAllocTable)},
+        {"QXiAlloc2", reinterpret_cast<Make>(QXiAlloc2), "QXiAllocTable", reinterpret_cast<Make>(QXiAllocTable)},
+        {"QXsAlloc2", reinterpret_cast<Make>(QXsAlloc2), "QXsAllocTable", reinterpret_cast<Make>(QXsAllocTable)}};
+    std::vector<Call> calls;
+    for (auto [name2, make2, nameTable, makeTable] : kinds) {
+        calls.push_back({name2, [make = make2](bool& failed) {
                              void** p = make(3, 5);
                              failed = p == nullptr;
                              if (p) QX_Free2(p, 3);
                              return std::vector<double>{};
                          }});
-    const std::pair<const char*, Make> tables[] = {
-        {"QXbAllocTable", reinterpret_cast<Make>(QXbAllocTable)}, {"QXnAllocTable", reinterpret_cast<Make>(QXnAllocTable)},
-        {"QXyAllocTable", reinterpret_cast<Make>(QXyAllocTable)}, {"QXtAllocTable", reinterpret_cast<Make>(QXtAllocTable)},
-        {"QXwAllocTable", reinterpret_cast<Make>(QXwAllocTable)}, {"QXiAllocTable", reinterpret_cast<Make>(QXiAllocTable)},
-        {"QXsAllocTable", reinterpret_cast<Make>(QXsAllocTable)}};
-    for (auto [name, make] : tables)
-        calls.push_back({name,
-                         [make](bool& failed) {
+        calls.push_back({nameTable, [make = makeTable](bool& failed) {
                              void** p = make(3, 5);
                              failed = p == nullptr;
                              if (p) QX_FreeTable(p);
                              return std::vector<double>{};
-                         },
-                         1, true});
+                         }, 1, true});   // the pointer array, when the data block fails
+    }
     return calls;
 }
 
@@ -153,7 +158,7 @@ TEST_F(OutOfMemory, ConversionsAndFfts) {
              QXvwbConvert(shorts, out, 8, 1, 0, &sf);
              failed = QXGetStatus() < 0;
              return as_doubles(out, sizeof out);
-         }, 1, true},
+         }, 1, true, [] {}, [] {}, std::vector<double>(16, 0.0)},
         {"QXGetBitRevTbl", [](bool& failed) { failed = QXGetBitRevTbl(6) == nullptr; return std::vector<double>{}; }},
         {"QXcGetFftTwdTbl", [](bool& failed) { failed = QXcGetFftTwdTbl(6) == nullptr; return std::vector<double>{}; }},
         {"QXwGetFftTwdTbl", [](bool& failed) { failed = QXwGetFftTwdTbl(6) == nullptr; return std::vector<double>{}; }},
@@ -184,34 +189,41 @@ TEST_F(OutOfMemory, ConversionsAndFfts) {
 }
 
 TEST_F(OutOfMemory, FrontEnd) {
+    static const short samples[9] = {100, 200, 300, 400, 500, 600, 700, 800, 900};
     std::vector<Call> calls = {
         {"QXwPreemphasize", [](bool& failed) {
-             short v[8] = {100, 200, 300, 400, 500, 600, 700, 800};
+             short v[8];
+             std::memcpy(v, samples, sizeof v);
              int sf = 0;
              QXwPreemphasize(v, 0.9f, 8, 3, &sf);
              failed = QXGetStatus() < 0;
              return as_doubles(v, sizeof v);
          }},
     };
+    calls[0].before = as_doubles(samples, 16);
+    // The windows: the float ones on 1..9, the short ones on the samples.
     using SWin = void (*)(float*, int);
     using WWin = void (*)(short*, int, int, int*);
-    for (auto [name, win] : {std::pair<const char*, SWin>{"QXsWinHamming", QXsWinHamming}, {"QXsWinHanning", QXsWinHanning},
-                             {"QXsWinBartlett", QXsWinBartlett}, {"QXsWinBlackman", QXsWinBlackman}})
-        calls.push_back({name, [win = win](bool& failed) {
+    const std::tuple<const char*, SWin, const char*, WWin> windows[] = {
+        {"QXsWinHamming", QXsWinHamming, "QXwWinHamming", QXwWinHamming}, {"QXsWinHanning", QXsWinHanning, "QXwWinHanning", QXwWinHanning},
+        {"QXsWinBartlett", QXsWinBartlett, "QXwWinBartlett", QXwWinBartlett},
+        {"QXsWinBlackman", QXsWinBlackman, "QXwWinBlackman", QXwWinBlackman}};
+    for (auto [sName, sWin, wName, wWin] : windows) {
+        calls.push_back({sName, [win = sWin](bool& failed) {
                              float v[9] = {1, 2, 3, 4, 5, 6, 7, 8, 9};
                              win(v, 9);
                              failed = QXGetStatus() < 0;
                              return std::vector<double>(v, v + 9);
-                         }});
-    for (auto [name, win] : {std::pair<const char*, WWin>{"QXwWinHamming", QXwWinHamming}, {"QXwWinHanning", QXwWinHanning},
-                             {"QXwWinBartlett", QXwWinBartlett}, {"QXwWinBlackman", QXwWinBlackman}})
-        calls.push_back({name, [win = win](bool& failed) {
-                             short v[9] = {100, 200, 300, 400, 500, 600, 700, 800, 900};
+                         }, 0, false, [] {}, [] {}, {1, 2, 3, 4, 5, 6, 7, 8, 9}});
+        calls.push_back({wName, [win = wWin](bool& failed) {
+                             short v[9];
+                             std::memcpy(v, samples, sizeof v);
                              int sf = 0;
                              win(v, 9, 3, &sf);
                              failed = QXGetStatus() < 0;
                              return as_doubles(v, sizeof v);
-                         }});
+                         }, 0, false, [] {}, [] {}, as_doubles(samples, sizeof samples)});
+    }
     for (bool shorts : {false, true}) {
         calls.push_back({shorts ? "QXwMFCCInit" : "QXsMFCCInit", [shorts](bool& failed) {
                              QXMFCCFilters* f = (shorts ? QXwMFCCInit : QXsMFCCInit)(6, 8, 100, 4000, 8000, 0, 0, 0);
@@ -241,6 +253,7 @@ TEST_F(OutOfMemory, FrontEnd) {
                    }};
             c.setup = [bank] { *bank = QXsMFCCInit(6, 8, 100, 4000, 8000, 0, 0, 0); };
             c.teardown = [bank, shorts] { (shorts ? QXwFreeMFCCFilters : QXsFreeMFCCFilters)(*bank); };
+            c.before = std::vector<double>(shorts ? 12 : 6, 0.0);
             calls.push_back(c);
         }
     }
@@ -290,7 +303,7 @@ TEST_F(OutOfMemory, StoresAndModels) {
                          v.insert(v.end(), w.begin(), w.end());
                          return v;
                      },
-                     1, true});  // the mask table's pointer array, when its data block fails
+                     1, true, [] {}, [] {}, std::vector<double>(8, 0.0)});  // the mask table's pointer array, when its data block fails
     for (bool shorts : {false, true})
         calls.push_back({shorts ? "QXwMLPerceptron" : "QXsMLPerceptron", [shorts](bool& failed) {
                              const int counts[2] = {2, 1};
@@ -306,7 +319,7 @@ TEST_F(OutOfMemory, StoresAndModels) {
                              failed = QXGetStatus() < 0;
                              return std::vector<double>{fo[0], double(wo[0])};
                          },
-                         2});  // the blocks of earlier layers may be kept
+                         2, false, [] {}, [] {}, {0.0, 0.0}});  // the blocks of earlier layers may be kept
     for (bool shorts : {false, true})
         calls.push_back({shorts ? "QXwEvalGaussMix" : "QXsEvalGaussMix", [shorts](bool& failed) {
                              float fw[1] = {1.0f}, fm[2] = {0.5f, 0.5f}, fd[2] = {1.0f, 1.0f};
@@ -367,6 +380,30 @@ TEST_F(OutOfMemory, StoresAndModels) {
                              }
                              return r;
                          }});
+    // A semicontinuous server over a one-component codebook, scored.
+    auto pdf = std::make_shared<QXsGaussMixServer*>(nullptr);
+    Call semi{"QXsInitSemicontHMMServer", [pdf](bool& failed) {
+                  float t0[2] = {0.5f, 0.5f}, t1[2] = {9.0f, 0.0f}, w0[1] = {1.0f}, w1[1] = {1.0f}, ip[2] = {0.0f, 1.0f};
+                  float *t[2] = {t0, t1}, *w[2] = {w0, w1};
+                  QXsGaussMixServer* book[1] = {*pdf};
+                  const int id = QXsInitSemicontHMMServer(t, w, ip, book, 2, 1, 1, QX_HMM_COST);
+                  failed = id < 0;
+                  std::vector<double> r{double(id)};
+                  if (id > 0) {
+                      float x0[1] = {0.5f}, x1[1] = {-0.5f};
+                      float* x[2] = {x0, x1};
+                      int best = 0;
+                      r.push_back(QXsEvalSemicontHMMViterbi(id, x, 2, &best));
+                      failed = QXGetStatus() < 0;
+                  }
+                  return r;
+              }};
+    semi.setup = [pdf] {
+        static float w = 1.0f, mean = 0.0f, ic = 1.0f, *means[1] = {&mean}, *ics[1] = {&ic};
+        *pdf = QXsInitGaussMixServer(&w, means, nullptr, ics, 1, 1, 0);
+    };
+    semi.teardown = [pdf] { QXHMMFreeAll(), QXsFreeGaussMixServer(*pdf); };
+    calls.push_back(semi);
     for (const Call& c : calls) each_failure(c);
 }
 
@@ -384,7 +421,6 @@ TEST_F(OutOfMemory, ClassGainingItsSixtyFifthMember) {
         FailAllocation f(1);
         EXPECT_EQ(QXAddHMMToClass(cls, id), -1);
     }
-    sites().insert({qx::testing::failed_site(), "QXAddHMMToClass"});
     ASSERT_FALSE(got().empty());
     EXPECT_EQ(std::get<0>(got().back()), QX_StsNoMem);
     EXPECT_EQ(qx::testing::live_blocks(), live);
@@ -393,12 +429,45 @@ TEST_F(OutOfMemory, ClassGainingItsSixtyFifthMember) {
     QXHMMFreeAll();
 }
 
-// Declared last, so it runs last: how much the loops above reached.
-TEST_F(OutOfMemory, Coverage) {
-    std::set<const void*> distinct;
-    std::set<std::string> functions;
-    for (const auto& [site, fn] : sites()) distinct.insert(site), functions.insert(fn);
-    std::printf("out-of-memory loops: %zu allocation sites, %zu (site, function) pairs, %zu functions\n",
-                distinct.size(), sites().size(), functions.size());
-    EXPECT_GE(distinct.size(), 40u);
+// Declared last, so it runs last: every report of the failing runs above,
+// as (code, text, functions).
+TEST_F(OutOfMemory, EveryMessage) {
+    const std::string mem = "insufficiency of memory for pointer  ", ctx = mem + "pQXcontext->", fft = mem + "pQXContext->";
+    const std::vector<std::tuple<int, std::string, std::vector<std::string>>> table = {
+        {-4, mem + "fractionalExpTable", {"BuildExpTables"}}, {-4, mem + "integralExpTable", {"BuildExpTables"}},
+        {-4, fft + "Fft.sBuffer", {"Fft_Core_Short_As_Float"}}, {-4, fft + "Fft.iBuffer", {"Fft_Core_Short_As_Int"}},
+        {-4, ctx + "Dct.sstoredDctFactor", {"OwnsDct"}},
+        {-4, "NULL pointer", {"QXAddHMMToClass", "QXCreateHMMClass", "QXSetHMMServerParm", "QXsEvalHMMViterbi",
+                              "QXsEvalSemicontHMMViterbi", "QXsInitHMMServer", "QXsInitSemicontHMMServer",
+                              "QXwEvalHMMViterbi", "QXwInitHMMServer"}},
+        {-4, "NULL Pointer", {"QXGetBitRevTbl", "QXcGetFftTwdTbl", "QXwGetFftTwdTbl"}},
+        {-4, ctx + "Ceps.fftOut", {"QXsCepstralMFCC"}}, {-4, ctx + "Ceps.filterOutput", {"QXsCepstralMFCC"}},
+        {-4, "No memory for work arrays allocation", {"QXsEvalDTW", "QXwEvalDTW"}},
+        {-4, mem + "server", {"QXsInitGaussMixServer", "QXwInitGaussMixServer"}},
+        {-4, mem + "filters", {"QXsMFCCInit"}}, {-4, mem + "filters->fftSpec", {"QXsMFCCInit"}},
+        {-4, mem + "tempFilter", {"QXsMFCCInit"}}, {-4, "sPattern can not be allocated", {"QXsPatternIni"}},
+        {-4, mem + "sCoeff", {"QXsWinBartlett", "QXsWinBlackman", "QXsWinHamming", "QXsWinHanning"}},
+        {-4, mem + "tmpin", {"QXvwbConvert"}}, {-4, mem + "tmpout", {"QXvwbConvert"}},
+        {-4, ctx + "Ceps.tempCeps", {"QXwCepstralMFCC"}}, {-4, ctx + "Ceps.tempVect", {"QXwCepstralMFCC"}},
+        {-4, mem + "inputPtr", {"QXwMLPerceptron"}}, {-4, mem + "outputBlockPtr", {"QXwMLPerceptron"}},
+        {-4, mem + "outputPtr", {"QXwMLPerceptron"}}, {-4, "wPattern can not be allocated", {"QXwPatternIni"}},
+        {-4, mem + "buff", {"QXwPreemphasize", "QXwWinBartlett", "QXwWinBlackman", "QXwWinHamming", "QXwWinHanning"}},
+        {-1, "Bad Ptr", {"Fft_Core_Short_As_Int", "QXcFft", "QXsCcsFft", "QXsRealFft", "QXvFft", "QXwCcsFft", "QXwRealFft"}},
+        {-1, "", {"QXMaskConvolve", "QXsEvalGaussMix", "QXsInitHMMServer", "QXsInitSemicontHMMServer", "QXwEvalGaussMix",
+                  "QXwInitHMMServer"}},
+        {-1, ctx + "Dct.sstoredDctFactor", {"QXsCepstralMFCC"}}, {-1, "out QXsRealFftl", {"QXsCepstralMFCC", "QXsRealFftNip"}},
+        {-1, fft + "Fft.iBuffer", {"QXvFft", "QXwCcsFft", "QXwRealFft"}},
+        {-1, fft + "Fft.sBuffer", {"QXvFft", "QXwCcsFft", "QXwRealFft"}},
+    };
+    std::set<std::tuple<int, std::string, std::string>> want;
+    for (const auto& [code, text, functions] : table)
+        for (const auto& fn : functions) want.insert({code, fn, text});
+    for (char t : std::string("bnytwis")) {   // QXbAlloc2 says "float"; QXyAllocTable's block is named QXn's
+        const std::string a2 = std::string("QX") + t + "Alloc2", at = std::string("QX") + t + "AllocTable";
+        want.insert({-4, a2, "The pointers vector can not be allocated"});
+        want.insert({-4, a2, t == 'b' ? "Current float vector can not be allocated" : "Current vector can not be allocated"});
+        want.insert({-4, at, "The pointers vector can not be allocated"});
+        want.insert({-4, t == 'y' ? "QXnAllocTable" : at, "2D array vector can not be allocated"});
+    }
+    EXPECT_EQ(messages(), want);
 }

@@ -2,7 +2,6 @@
 // here, the per-length cache seen through allocation counts, pre-emphasis
 // examples, checks and allocation failures.
 #include <cmath>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -48,20 +47,6 @@ protected:
     }
     static long live() { return qx::testing::live_blocks(); }
     static long allocs() { return qx::testing::allocations(); }
-    // Fails allocation 1, 2, ... of `call`: failure nth reports want[nth-1] at
-    // its raising lines with the data untouched (`call` says so), and after the
-    // release nothing is left; the allocation after the last is not made.
-    void fail_each(const std::vector<std::vector<Rep>>& want, const std::function<bool()>& call) {
-        for (std::size_t nth = 1; nth <= want.size() + 1; ++nth) {
-            bool intact;
-            { kvxtest::FailAllocation fail(static_cast<long>(nth)); intact = call(); }
-            EXPECT_EQ(got(), nth <= want.size() ? want[nth - 1] : std::vector<Rep>{}) << "allocation " << nth;
-            EXPECT_TRUE(intact || nth > want.size());
-            for (auto& r : kvxtest::reports()) EXPECT_TRUE(kvxtest::names_raising_line(r)) << r.condition;
-            clear(), release_all();
-            EXPECT_EQ(live(), live0_) << "allocation " << nth;
-        }
-    }
     const long live0_ = live();
 };
 
@@ -154,17 +139,5 @@ TEST_F(Windows, ChecksInOrder) {
                              {-5, wp, "doScale>3"}, {-5, wp, "scaleFactor==0"}, {-5, wp, "vect==0"}});
     EXPECT_EQ(got(), want);
     EXPECT_TRUE(v[0] == 10 && v[1] == 20 && f[1] == 2.0f);
-    for (auto& r : kvxtest::reports()) EXPECT_TRUE(kvxtest::names_raising_line(r)) << r.condition;
-}
-
-TEST_F(Windows, AllocationFailures) {
-    const std::string mem = "insufficiency of memory for pointer  ";
-    for (int k = 0; k < 4; ++k) {
-        const std::string fl = std::string("QXsWin") + kName[k], sh = std::string("QXwWin") + kName[k];
-        fail_each({{{-4, fl, mem + "sCoeff"}}}, [k] { float v[3] = {1, 1, 1}; return kFloat[k](v, 3), v[2] == 1; });
-        fail_each({{{-4, sh, mem + "buff"}}, {{-4, fl, mem + "sCoeff"}}},
-                  [k] { short s[3] = {9, 9, 9}; int sf = 0; return kShort[k](s, 3, 0, &sf), s[2] == 9; });
-    }
-    fail_each({{{-4, "QXwPreemphasize", mem + "buff"}}},
-              [] { short p[2] = {5, 6}; int sf = 0; return QXwPreemphasize(p, 0.5f, 2, 1, &sf) == -4 && p[1] == 6; });
+    EXPECT_TRUE(kvxtest::all_name_raising_lines());
 }

@@ -25,12 +25,6 @@ def _loaded_library():
 def clib():
     lib = ctypes.CDLL(_loaded_library())
     fp = ctypes.POINTER(ctypes.c_float)
-    lib.QXsMFCCInit.restype = ctypes.c_void_p
-    lib.QXsMFCCInit.argtypes = [ctypes.c_int] * 8
-    lib.QXsCepstralMFCC.argtypes = [ctypes.c_int, fp, ctypes.c_void_p, fp, ctypes.c_int]
-    lib.QXsFreeMFCCFilters.argtypes = [ctypes.c_void_p]
-    lib.QXsPreemphasize.argtypes = [fp, ctypes.c_float, ctypes.c_int]
-    lib.QXsWinHamming.argtypes = [fp, ctypes.c_int]
     lib.QXcFft.argtypes = [fp, ctypes.c_int, ctypes.c_int]
     lib.QXswbConvertDown.argtypes = [fp, ctypes.POINTER(ctypes.c_short), ctypes.c_int, ctypes.c_int,
                                      ctypes.POINTER(ctypes.c_int)]

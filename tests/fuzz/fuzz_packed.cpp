@@ -1,6 +1,8 @@
 // Packed vector arithmetic and logic: every form on hostile lengths, start
 // positions, shift counts and scale factors. Only the destination's elements
 // may change, inputs never; the plain and vector paths agree.
+#include <functional>
+
 #include "fuzz_common.h"
 
 using namespace kvxfuzz;
@@ -163,70 +165,44 @@ void logic(FuzzedDataProvider& in, Outcome& o) {
     static constexpr int widths[] = {1, 4, 8, 8, 16, 32};
     const int bits = widths[type];
     Vec a(in, bits, bits < 8 ? sp : 0, n), b(in, bits, bits < 8 ? sp : 0, n), d(in, bits, bits < 8 ? dp : 0, n);
-    u8* A = a.buf.as<u8>();
-    u8* B = b.buf.as<u8>();
-    u8* D = d.buf.as<u8>();
-    using Pos2 = void (*)(const u8*, u8*, int, int, int);
-    using Pos3 = void (*)(const u8*, const u8*, u8*, int, int, int);
-    using Y2 = void (*)(const u8*, u8*, int);
-    using Y3 = void (*)(const u8*, const u8*, u8*, int);
-    using W2 = void (*)(const short*, short*, int);
-    using W3 = void (*)(const short*, const short*, short*, int);
-    static const Pos2 b2[] = {QXbbAnd2, QXbbOr2, QXbbXor2}, n2[] = {QXnbAnd2, QXnbOr2, QXnbXor2};
-    static const Pos3 b3[] = {QXbbAnd3, QXbbOr3, QXbbXor3}, n3[] = {QXnbAnd3, QXnbOr3, QXnbXor3};
-    static const Y2 y2[] = {QXybAnd2, QXybOr2, QXybXor2};
-    static const Y3 y3[] = {QXybAnd3, QXybOr3, QXybXor3};
-    static const W2 w2[] = {QXwbAnd2, QXwbOr2, QXwbXor2};
-    static const W3 w3[] = {QXwbAnd3, QXwbOr3, QXwbXor3};
-    static void (*const n2s[])(u8, u8*, int, int) = {QXnbAnd2s, QXnbOr2s, QXnbXor2s};
-    static void (*const y2s[])(u8, u8*, int) = {QXybAnd2s, QXybOr2s, QXybXor2s};
-    static void (*const w2s[])(short, short*, int) = {QXwbAnd2s, QXwbOr2s, QXwbXor2s};
-    short* WA = a.buf.as<short>();
-    short* WB = b.buf.as<short>();
-    short* WD = d.buf.as<short>();
-    if (op == 0) {
-        if (type == 0) QXbbZero(D, dp, n);
-        if (type == 1) QXnbZero(D, dp, n);
-        if (type == 2) QXybZero(D, n);
-        if (type == 3) QXtbZero(d.buf.as<s8>(), n);
-        if (type == 4) QXwbZero(WD, n);
-        if (type == 5) QXsbZero(d.buf.as<float>(), n);
-    } else if (op == 1) {
-        if (type == 0) QXbbSet(val, D, dp, n);
-        if (type == 1) QXnbSet(val, D, dp, n);
-        if (type == 2) QXybSet(val, D, n);
-        if (type == 3) QXtbSet(static_cast<s8>(val), d.buf.as<s8>(), n);
-        if (type == 4) QXwbSet(wval, WD, n);
-        if (type == 5) QXsbSet(fval, d.buf.as<float>(), n);
-    } else if (op == 2) {
-        if (type == 0) QXbbCopy(A, D, sp, dp, n);
-        if (type == 1) QXnbCopy(A, D, sp, dp, n);
-        if (type == 2) QXybCopy(A, D, n);
-        if (type == 3) QXtbCopy(a.buf.as<s8>(), d.buf.as<s8>(), n);
-        if (type == 4) QXwbCopy(WA, WD, n);
-        if (type == 5) QXsbCopy(a.buf.as<float>(), d.buf.as<float>(), n);
-    } else if (op == 3) {
-        if (type == 0) QXbbNot(D, dp, n);
-        if (type == 1) QXnbNot(D, dp, n);
-        if (type == 2 || type == 3) QXybNot(D, n);
-        if (type == 4 || type == 5) QXwbNot(WD, n);
-    } else {
-        const int k = (op - 4) / 3, form = (op - 4) % 3;  // and/or/xor; 2, 3, 2s
-        if (form == 0) {
-            if (type == 0) b2[k](A, D, sp, dp, n);
-            if (type == 1) n2[k](A, D, sp, dp, n);
-            if (type == 2 || type == 3) y2[k](A, D, n);
-            if (type >= 4) w2[k](WA, WD, n);
-        } else if (form == 1) {
-            if (type == 0) b3[k](A, B, D, sp, dp, n);
-            if (type == 1) n3[k](A, B, D, sp, dp, n);
-            if (type == 2 || type == 3) y3[k](A, B, D, n);
-            if (type >= 4) w3[k](WA, WB, WD, n);
-        } else {
-            if (type <= 1) n2s[k](val, D, dp, n);
-            if (type == 2 || type == 3) y2s[k](val, D, n);
-            if (type >= 4) w2s[k](wval, WD, n);
-        }
+    u8 *A = a.buf.as<u8>(), *B = b.buf.as<u8>(), *D = d.buf.as<u8>();
+    short *WA = a.buf.as<short>(), *WB = b.buf.as<short>(), *WD = d.buf.as<short>();
+    s8* TD = d.buf.as<s8>();
+    float *FA = a.buf.as<float>(), *FD = d.buf.as<float>();
+    // Zero, set, copy and complement per type b n y t w s (the signed bytes
+    // and the floats complemented as bytes and words, as a caller may pass them).
+    const std::function<void()> plain[6][4] = {
+        {[&] { QXbbZero(D, dp, n); }, [&] { QXbbSet(val, D, dp, n); }, [&] { QXbbCopy(A, D, sp, dp, n); }, [&] { QXbbNot(D, dp, n); }},
+        {[&] { QXnbZero(D, dp, n); }, [&] { QXnbSet(val, D, dp, n); }, [&] { QXnbCopy(A, D, sp, dp, n); }, [&] { QXnbNot(D, dp, n); }},
+        {[&] { QXybZero(D, n); }, [&] { QXybSet(val, D, n); }, [&] { QXybCopy(A, D, n); }, [&] { QXybNot(D, n); }},
+        {[&] { QXtbZero(TD, n); }, [&] { QXtbSet(static_cast<s8>(val), TD, n); }, [&] { QXtbCopy(a.buf.as<s8>(), TD, n); },
+         [&] { QXybNot(D, n); }},
+        {[&] { QXwbZero(WD, n); }, [&] { QXwbSet(wval, WD, n); }, [&] { QXwbCopy(WA, WD, n); }, [&] { QXwbNot(WD, n); }},
+        {[&] { QXsbZero(FD, n); }, [&] { QXsbSet(fval, FD, n); }, [&] { QXsbCopy(FA, FD, n); }, [&] { QXwbNot(WD, n); }}};
+    switch (op) {
+    case 0: case 1: case 2: case 3: plain[type][op](); break;
+    default: {
+        // and/or/xor in the forms 2, 3, 2s; the bit type has no scalar form.
+        using Pos2 = void (*)(const u8*, u8*, int, int, int);
+        using Pos3 = void (*)(const u8*, const u8*, u8*, int, int, int);
+        static const Pos2 b2[] = {QXbbAnd2, QXbbOr2, QXbbXor2}, n2[] = {QXnbAnd2, QXnbOr2, QXnbXor2};
+        static const Pos3 b3[] = {QXbbAnd3, QXbbOr3, QXbbXor3}, n3[] = {QXnbAnd3, QXnbOr3, QXnbXor3};
+        static void (*const y2[])(const u8*, u8*, int) = {QXybAnd2, QXybOr2, QXybXor2};
+        static void (*const y3[])(const u8*, const u8*, u8*, int) = {QXybAnd3, QXybOr3, QXybXor3};
+        static void (*const w2[])(const short*, short*, int) = {QXwbAnd2, QXwbOr2, QXwbXor2};
+        static void (*const w3[])(const short*, const short*, short*, int) = {QXwbAnd3, QXwbOr3, QXwbXor3};
+        static void (*const n2s[])(u8, u8*, int, int) = {QXnbAnd2s, QXnbOr2s, QXnbXor2s};
+        static void (*const y2s[])(u8, u8*, int) = {QXybAnd2s, QXybOr2s, QXybXor2s};
+        static void (*const w2s[])(short, short*, int) = {QXwbAnd2s, QXwbOr2s, QXwbXor2s};
+        const int k = (op - 4) / 3, form = (op - 4) % 3, width = type <= 1 ? type : type <= 3 ? 2 : 3;   // b n y w
+        if (form == 0)
+            width == 0 ? b2[k](A, D, sp, dp, n) : width == 1 ? n2[k](A, D, sp, dp, n) : width == 2 ? y2[k](A, D, n) : w2[k](WA, WD, n);
+        else if (form == 1)
+            width == 0 ? b3[k](A, B, D, sp, dp, n) : width == 1 ? n3[k](A, B, D, sp, dp, n) : width == 2 ? y3[k](A, B, D, n)
+                                                                                                : w3[k](WA, WB, WD, n);
+        else
+            width <= 1 ? n2s[k](val, D, dp, n) : width == 2 ? y2s[k](val, D, n) : w2s[k](wval, WD, n);
+    }
     }
     a.buf.unchanged();
     b.buf.unchanged();

@@ -85,4 +85,11 @@ namespace kvxtest {
     return ::testing::AssertionFailure() << r.file << ":" << r.line << " is '" << line << "'";
 }
 
+::testing::AssertionResult all_name_raising_lines() {
+    for (const Reported& r : reports())
+        if (auto named = names_raising_line(r); !named)
+            return named << " (" << r.function << ": " << r.condition << ")";
+    return ::testing::AssertionSuccess();
+}
+
 }  // namespace kvxtest

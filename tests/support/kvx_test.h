@@ -52,6 +52,17 @@ public:
 
 using Rep = std::tuple<int, std::string, std::string>;
 
+// Element k of a packed row of w-bit elements (w = 1, 4 or 8): the first in the
+// most significant bits of byte 0, the next ones towards bit 0 and on.
+inline unsigned packed_get(int w, const unsigned char* row, long k) {
+    return (row[k * w / 8] >> (8 - w - k * w % 8)) & ((1u << w) - 1);
+}
+inline void packed_set(int w, unsigned char* row, long k, unsigned v) {
+    const int sh = static_cast<int>(8 - w - k * w % 8);
+    const unsigned mask = ((1u << w) - 1) << sh;
+    row[k * w / 8] = static_cast<unsigned char>((row[k * w / 8] & ~mask) | ((v << sh) & mask));
+}
+
 // Runs body(path) (0 plain, 1 AVX2, 2 AVX-512) on every kernel path the processor has, widest first, then
 // returns to the path that was in force.
 template <class F>
@@ -75,4 +86,6 @@ namespace kvxtest {
 // reporting helper), or the table line that generates the
 // reported function).
 ::testing::AssertionResult names_raising_line(const Reported& r);
+// names_raising_line for every report so far.
+::testing::AssertionResult all_name_raising_lines();
 }  // namespace kvxtest

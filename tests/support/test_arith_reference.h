@@ -93,13 +93,10 @@ inline std::vector<int> randomVec(std::mt19937& g, Type t, size_t n, int lo, int
 // Nibble k of a packed vector that starts at byte `base`, position p
 // (1: the high nibble of the first byte, 0: its low nibble).
 inline int nib(const std::vector<uint8_t>& buf, size_t base, int p, size_t k) {
-    size_t idx = (p == 1 ? 0 : 1) + k;
-    return idx % 2 == 0 ? buf[base + idx / 2] >> 4 : buf[base + idx / 2] & 15;
+    return int(kvxtest::packed_get(4, buf.data() + base, long(1 - p + k)));
 }
 inline void setNib(std::vector<uint8_t>& buf, size_t base, int p, size_t k, int v) {
-    size_t idx = (p == 1 ? 0 : 1) + k;
-    uint8_t& b = buf[base + idx / 2];
-    b = idx % 2 == 0 ? uint8_t((b & 0x0F) | (v << 4)) : uint8_t((b & 0xF0) | (v & 15));
+    kvxtest::packed_set(4, buf.data() + base, long(1 - p + k), unsigned(v));
 }
 
 // Runs `body` on every kernel path the processor has.

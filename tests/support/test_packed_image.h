@@ -8,6 +8,8 @@
 #include <random>
 #include <vector>
 
+#include "kvx_test.h"
+
 namespace kvxtest {
 
 enum PixType { SByte = 0, Nibble = 1, UByte = 2, Bit = 3 };
@@ -32,17 +34,12 @@ struct PackedImage {
 
     // Pixel c of a row: `bits` wide, at byte c*bits/8, the first pixel in the high bits.
     int bits() const { return type == Bit ? 1 : type == Nibble ? 4 : 8; }
-    int shift(int c) const { return 8 - bits() - c * bits() % 8; }
     int get(int r, int c) const {
-        const int v = data[r][c * bits() / 8] >> shift(c) & ((1 << bits()) - 1);
+        const int v = static_cast<int>(packed_get(bits(), data[r].data(), c));
         return type == SByte ? static_cast<signed char>(v) : v;
     }
     // Stores the low bits of v.
-    void set(int r, int c, std::uint32_t v) {
-        const unsigned mask = (1u << bits()) - 1;
-        auto& b = data[r][c * bits() / 8];
-        b = static_cast<std::uint8_t>((b & ~(mask << shift(c))) | (v & mask) << shift(c));
-    }
+    void set(int r, int c, std::uint32_t v) { packed_set(bits(), data[r].data(), c, v); }
     unsigned char** p() { return ptrs.data(); }
 };
 
