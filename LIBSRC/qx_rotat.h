@@ -33,13 +33,6 @@ struct Sides {
     i64 outFirst, outStep;  // output row of k = outFirst + outStep * k
     Row in(i64 m) const { return image[inFirst + inStep * m]; }
     Row out(i64 k) const { return outImage[outFirst + outStep * k]; }
-    // The sides of the part that starts at input row m and output row k.
-    Sides from(i64 m, i64 k) const {
-        Sides s = *this;
-        s.inFirst += inStep * m;
-        s.outFirst += outStep * k;
-        return s;
-    }
 };
 
 }  // namespace qx::rotat

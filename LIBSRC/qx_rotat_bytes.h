@@ -5,8 +5,7 @@
 // start: every input line is read whole at once, every output line written
 // whole at once, and a unit's lines lie at two columns so that they spread
 // over more first-level cache sets (rows a power of two apart share few of
-// them). A ring of fewer than 16 rows or columns goes through 16x32 register
-// transposes.
+// them). A ring of fewer than 16 rows or columns goes pixel by pixel.
 #pragma once
 
 #include <algorithm>
@@ -101,39 +100,6 @@ __attribute__((flatten)) inline void transpose_bytes_plain(const Sides& s, i64 i
 }
 
 #if defined(QX_ROTATE_AVX2)
-// 32 columns per step: the two 128-bit halves of each register transpose two
-// 16x16 blocks side by side (unpacking never crosses halves).
-struct Avx2Block {
-    static constexpr i64 step = 32;
-    QX_TARGET_AVX2 static void run(const std::uint8_t* const* src, i64 k, std::uint8_t* const* d, i64 m) {
-        __m256i x[16];
-        for (int i = 0; i < 16; ++i)
-            x[i] = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src[i] + k));
-        for (int round = 0; round < 4; ++round) {
-            __m256i y[16];
-            for (int i = 0; i < 8; ++i) {
-                y[2 * i] = _mm256_unpacklo_epi8(x[i], x[i + 8]);
-                y[2 * i + 1] = _mm256_unpackhi_epi8(x[i], x[i + 8]);
-            }
-            for (int i = 0; i < 16; ++i)
-                x[i] = y[i];
-        }
-        for (int i = 0; i < 16; ++i) {
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(d[i] + m), _mm256_castsi256_si128(x[i]));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(d[16 + i] + m), _mm256_extracti128_si256(x[i], 1));
-        }
-    }
-};
-
-// Any rectangle with AVX2: 16x32 blocks, the rest on the plain path.
-QX_TARGET_AVX2 __attribute__((flatten)) inline void transpose_bytes_blocks(const Sides& s, i64 ic, i64 oc, i64 H,
-                                                                          i64 W) {
-    const i64 H16 = H & ~i64{15}, W32 = W & ~i64{31};
-    tiled_transpose<Avx2Block>(s, ic, oc, H16, W32);
-    transpose_byte_pixels(s, ic, oc, H16, H, 0, W32);
-    transpose_bytes_plain(s.from(0, W32), ic + W32, oc, H, W - W32);
-}
-
 // Eight rows src[i] + k, 32 bytes each (16 with `half`), turned part way: in
 // each 128-bit half of t[j] (the high half 16 columns on) lie column 2j of the
 // eight rows, then column 2j + 1. Three rounds interleave bytes, pairs, then
@@ -246,16 +212,16 @@ QX_TARGET_AVX2 inline void turn_units(const Sides& s, i64 ic, i64 oc, i64 m0, i6
 // Whole-line units between the first rows and columns of 16 that the lines
 // of the first output row and the first input row allow (rows whose lines
 // start elsewhere are still turned right, only slower); the ring of fewer
-// than 16 rows or columns around them through the 16x32 blocks.
+// than 16 rows or columns around them pixel by pixel.
 QX_TARGET_AVX2 inline void transpose_bytes_avx2(const Sides& s, i64 ic, i64 oc, i64 H, i64 W) {
     const i64 gm = line_gap(s.out(0) + oc), gk = line_gap(s.in(0) + ic);
     const i64 m0 = std::min(H, gm % 16), k0 = std::min(W, gk % 16);
     const i64 m1 = m0 + ((H - m0) & ~i64{15}), k1 = k0 + ((W - k0) & ~i64{15});
     turn_units(s, ic, oc, m0, m1, gm, k0, k1, gk);
-    transpose_bytes_blocks(s, ic, oc, m0, W);
-    transpose_bytes_blocks(s.from(m1, 0), ic, oc + m1, H - m1, W);
-    transpose_bytes_blocks(s.from(m0, 0), ic, oc + m0, m1 - m0, k0);
-    transpose_bytes_blocks(s.from(m0, k1), ic + k1, oc + m0, m1 - m0, W - k1);
+    transpose_byte_pixels(s, ic, oc, 0, m0, 0, W);
+    transpose_byte_pixels(s, ic, oc, m1, H, 0, W);
+    transpose_byte_pixels(s, ic, oc, m0, m1, 0, k0);
+    transpose_byte_pixels(s, ic, oc, m0, m1, k1, W);
 }
 #endif
 

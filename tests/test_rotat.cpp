@@ -90,7 +90,7 @@ TEST_F(Rotate, EveryTypeAndAngleMatchesThePixelReference) {
     const int shapes[][4] = {{1, 1, 1, 1}, {2, 2, 4, 4}, {4, 4, 2, 2}, {5, 7, 9, 8}, {9, 8, 5, 7}, {16, 16, 16, 16},
                              {17, 33, 40, 18}, {37, 70, 50, 41}, {70, 37, 30, 90}, {3, 90, 100, 2}, {100, 3, 2, 100},
                              {0, 5, 5, 5}, {5, 5, 0, 3}, {200, 136, 72, 72}, {131, 150, 141, 131},
-                             // whole strips and 64x64 blocks with 32- and 16-column and ragged remainders
+                             // whole-line units of 128 and 64, bands of 16 to 48, and ragged rings
                              {300, 370, 390, 310}, {256, 256, 256, 256}, {129, 200, 210, 130}};
     for (int t : {SByte, Nibble, UByte, Bit})
         for (int angle : {90, -90, 180})
