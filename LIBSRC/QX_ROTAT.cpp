@@ -234,6 +234,9 @@ void half_turn(Rows image, Rows outImage, const Plan& p) {
 
 // ---------------------------------------------------------------- the checks
 
+// Unlike the library's usual shape (every check, then the status test), the
+// rotation returns at its first failed check with the handler's result and
+// turns the image whatever the status word holds.
 template <Pix P>
 int rotate(const qx::Report& r, Rows image, Rows outImage, int angle, int nInRows, int nInCols, int nOutRows,
            int nOutCols) {
