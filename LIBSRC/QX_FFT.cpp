@@ -6,27 +6,26 @@
 #pragma GCC optimize("fp-contract=off")
 
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <initializer_list>
 #include <numbers>
 
-#include "qx_cpu.h"
-#if QX_X86_PATHS
-#define QX_FFT_X86 1
-#include <immintrin.h>
-#endif
-
 #include "kvxpx.h"
 #include "qx_alloc.h"
 #include "qx_context.h"
+#include "qx_cpu.h"
 #include "qx_fft.h"
 #include "qx_report.h"
+#if QX_X86_PATHS
+#define QX_FFT_X86 1
+#include "qx_fft_avx2.h"
+#endif
 
 namespace {
 
 using qx::fft::FloatOps;
-
-std::size_t points(int order) noexcept { return std::size_t{1} << order; }
+using qx::fft::points;
 
 // Bit-reversed indices of n = 2^order points, by the reversed-counter walk.
 void calc_bit_reversal(int* tbl, int order) noexcept {
@@ -84,16 +83,6 @@ void calc_twiddles(float* t, int order) noexcept {
     }
 }
 
-// tbl1[i] = tbl2[2i] for the n complex entries of tbl1.
-template <class T>
-void decimate(T* tbl1, const T* tbl2, int order) noexcept {
-    const std::size_t n = points(order);
-    for (std::size_t i = 0; i < n; ++i) {
-        tbl1[2 * i] = tbl2[4 * i];
-        tbl1[2 * i + 1] = tbl2[4 * i + 1];
-    }
-}
-
 // Behind the float table of an order in [4, kStageOrderMax], its twiddles
 // widened to double in the order the vector stages read them: for each stage
 // of q >= 4 butterflies per group (q = n/4, n/16, ...; twiddle stride
@@ -126,262 +115,11 @@ void fill_stages(double* e, const float* w, int order) noexcept {
 
 // The widened copies behind a table from QXcGetFftTwdTbl, or null.
 const double* stage_twiddles(const float* w, int order) noexcept {
-    return stage_doubles(order) ? reinterpret_cast<const double*>(w + 2 * points(order)) : nullptr;
+    const bool widened = order >= 4 && order <= kStageOrderMax;  // stage_doubles(order) > 0
+    return widened ? reinterpret_cast<const double*>(w + 2 * points(order)) : nullptr;
 }
 
-inline bool avx2() noexcept { return qx::cpu::at_least(qx::cpu::Path::avx2); }
-
-#if QX_FFT_X86
-// ---------------------------------------------------------------------------
-// The float core with AVX2, two butterflies at a time, chosen at run time.
-// Every lane performs the double operations of the scalar Radix4<FloatOps> in
-// the same order (sign changes by toggling sign bits, a - b as a + (-b), no
-// fused multiply-add), so both paths give the same bits.
-
-#define QX_AVX2 QX_TARGET_AVX2
-
-QX_AVX2 inline __m256d load2(const float* p) noexcept { return _mm256_cvtps_pd(_mm_loadu_ps(p)); }
-QX_AVX2 inline void store2(float* p, __m256d v) noexcept { _mm_storeu_ps(p, _mm256_cvtpd_ps(v)); }
-
-// Twiddles W(j0 * s) and W((j0 + 1) * s).
-QX_AVX2 inline __m256d twiddles2(const float* w, std::size_t j0, std::size_t s) noexcept {
-    const float* p = w + 2 * j0 * s;
-    if (s == 1)
-        return load2(p);
-    __m128d lo = _mm_load_sd(reinterpret_cast<const double*>(p));
-    __m128d both = _mm_loadh_pd(lo, reinterpret_cast<const double*>(p + 2 * s));
-    return _mm256_cvtps_pd(_mm_castpd_ps(both));
-}
-
-QX_AVX2 inline __m256d swap_pairs(__m256d x) noexcept { return _mm256_permute_pd(x, 0b0101); }
-QX_AVX2 inline __m256d flip_im(__m256d x) noexcept { return _mm256_xor_pd(x, _mm256_set_pd(-0.0, 0.0, -0.0, 0.0)); }
-
-// x * w per complex lane, given w's real and imaginary parts duplicated:
-// (xr wr - xi wi, xi wr + xr wi).
-QX_AVX2 inline __m256d cmul(__m256d x, __m256d wr, __m256d wi) noexcept {
-    return _mm256_addsub_pd(_mm256_mul_pd(x, wr), _mm256_mul_pd(swap_pairs(x), wi));
-}
-
-// Twiddles W(m j) (m = 1, 2, 3) of butterflies j0 and j0 + 1, as duplicated
-// real and imaginary parts: read from the table, or from a copy expanded
-// once per stage when the stage has many groups.
-struct TableTwiddles {
-    const float* w;
-    std::size_t j0, t;
-    QX_AVX2 void get(std::size_t m, __m256d& wr, __m256d& wi) const noexcept {
-        __m256d v = twiddles2(w, j0, m * t);
-        wr = _mm256_movedup_pd(v);
-        wi = _mm256_permute_pd(v, 0b1111);
-    }
-};
-
-struct ExpandedTwiddles {
-    const __m256d* e;  // wr, wi for m = 1, 2, 3
-    QX_AVX2 void get(std::size_t m, __m256d& wr, __m256d& wi) const noexcept {
-        wr = e[2 * m - 2];
-        wi = e[2 * m - 1];
-    }
-};
-
-// Butterflies j0 and j0 + 1 of one group. kind 0: both general; 1: lane 0
-// is j = 0; 2: lane 0 is j = q/2; 3: lane 0 is j = 0 and lane 1 is j = q/2.
-template <int kind, class Tw>
-QX_AVX2 inline void block2(float* p, std::size_t q, const Tw& tw) noexcept {
-    __m256d a = load2(p), b = load2(p + 2 * q), c = load2(p + 4 * q), d = load2(p + 6 * q);
-    __m256d s1 = _mm256_add_pd(a, c), s2 = _mm256_add_pd(b, d);
-    __m256d d1 = _mm256_sub_pd(a, c), d2 = _mm256_sub_pd(b, d);
-    __m256d x0 = _mm256_add_pd(s1, s2), x2 = _mm256_sub_pd(s1, s2);
-    __m256d x1 = _mm256_add_pd(d1, flip_im(swap_pairs(d2)));  // (a - c) - i(b - d)
-    __m256d x3 = _mm256_addsub_pd(d1, swap_pairs(d2));        // (a - c) + i(b - d)
-    __m256d y1 = x1, y2 = x2, y3 = x3;
-    if constexpr (kind != 3) {
-        __m256d wr, wi;
-        tw.get(2, wr, wi);
-        y2 = cmul(x2, wr, wi);
-        tw.get(1, wr, wi);
-        y1 = cmul(x1, wr, wi);
-        tw.get(3, wr, wi);
-        y3 = cmul(x3, wr, wi);
-    }
-    if constexpr (kind == 1 || kind == 3) {
-        y1 = _mm256_blend_pd(y1, x1, 0b0011);
-        y2 = _mm256_blend_pd(y2, x2, 0b0011);
-        y3 = _mm256_blend_pd(y3, x3, 0b0011);
-    }
-    if constexpr (kind == 2 || kind == 3) {
-        // W(2j) = -i, W(j) = c(1 - i), W(3j) = -c(1 + i) with the constant c
-        constexpr int lane = kind == 2 ? 0b0011 : 0b1100;
-        const __m256d k = _mm256_set1_pd(FloatOps::kC);
-        __m256d e2 = flip_im(swap_pairs(x2));
-        __m256d e1 = _mm256_mul_pd(k, _mm256_add_pd(x1, flip_im(swap_pairs(x1))));
-        __m256d e3 = flip_im(_mm256_mul_pd(k, _mm256_addsub_pd(swap_pairs(x3), x3)));
-        y1 = _mm256_blend_pd(y1, e1, lane);
-        y2 = _mm256_blend_pd(y2, e2, lane);
-        y3 = _mm256_blend_pd(y3, e3, lane);
-    }
-    store2(p, x0);
-    store2(p + 2 * q, y2);
-    store2(p + 4 * q, y1);
-    store2(p + 6 * q, y3);
-}
-
-// Every group of one stage; tw(j0) gives the twiddles of butterflies j0, j0 + 1.
-template <class TwOf>
-QX_AVX2 inline void groups_avx2(float* x, std::size_t n, std::size_t q, TwOf tw) noexcept {
-    const std::size_t L = 4 * q, mid = q / 2;
-    for (std::size_t g = 0; g < n; g += L) {
-        float* p = x + 2 * g;
-        if (q == 2) {
-            block2<3>(p, q, tw(0));
-            continue;
-        }
-        block2<1>(p, q, tw(0));
-        for (std::size_t j0 = 2; j0 < mid; j0 += 2)
-            block2<0>(p + 2 * j0, q, tw(j0));
-        block2<2>(p + 2 * mid, q, tw(mid));
-        for (std::size_t j0 = mid + 2; j0 < q; j0 += 2)
-            block2<0>(p + 2 * j0, q, tw(j0));
-    }
-}
-
-// One radix-4 stage with q >= 2; `e` holds the stage's widened twiddles
-// (null: read the float table).
-QX_AVX2 void stage_avx2(float* x, std::size_t n, std::size_t q, std::size_t t, const float* w,
-                        const double* e) noexcept {
-    if (e) {
-        const auto* v = reinterpret_cast<const __m256d*>(e);
-        groups_avx2(x, n, q, [v](std::size_t j0) { return ExpandedTwiddles{v + 3 * j0}; });
-        return;
-    }
-    constexpr std::size_t kMaxExpanded = 256;
-    if (n / (4 * q) >= 4 && q <= kMaxExpanded) {
-        __m256d ex[3 * kMaxExpanded];  // six vectors per pair of butterflies
-        for (std::size_t j0 = 0; j0 < q; j0 += 2) {
-            TableTwiddles tw{w, j0, t};
-            for (std::size_t m = 1; m <= 3; ++m)
-                tw.get(m, ex[3 * j0 + 2 * m - 2], ex[3 * j0 + 2 * m - 1]);
-        }
-        groups_avx2(x, n, q, [ex = static_cast<const __m256d*>(ex)](std::size_t j0) { return ExpandedTwiddles{ex + 3 * j0}; });
-    } else {
-        groups_avx2(x, n, q, [w, t](std::size_t j0) { return TableTwiddles{w, j0, t}; });
-    }
-}
-
-// (u, v) -> (u + v, u - v) for the two complex halves of a vector.
-QX_AVX2 inline __m256d sum_dif(__m256d uv) noexcept {
-    __m256d u = _mm256_permute2f128_pd(uv, uv, 0x00), v = _mm256_permute2f128_pd(uv, uv, 0x11);
-    return _mm256_add_pd(u, _mm256_xor_pd(v, _mm256_set_pd(-0.0, -0.0, 0.0, 0.0)));
-}
-
-// The last pass fused with the bit reversal, in place (orders >= 4): the
-// q = 1 radix-4 stage for even orders, the radix-2 pass for odd ones. An index
-// splits into its top two bits T, middle bits M and low two bits L. The pass
-// combines the elements of equal T and M; the reversal takes (T, M, L) to
-// (rev L, rev M, rev T). So the 16 elements of middle M (four runs of four,
-// one per quarter) land as four runs of four at middle rev M: the runs are
-// transposed in float, widened, combined and stored whole, the blocks M and
-// rev M together.
-template <bool kRadix4>
-QX_AVX2 inline void last_block(const float* x, std::size_t quarter, std::size_t at, __m256 y[4]) noexcept {
-    // Runs in the lane order of their destination: quarters 0, 2, 1, 3.
-    const float* p = x + 2 * at;
-    const __m256d g0 = _mm256_castps_pd(_mm256_loadu_ps(p)), g1 = _mm256_castps_pd(_mm256_loadu_ps(p + 4 * quarter));
-    const __m256d g2 = _mm256_castps_pd(_mm256_loadu_ps(p + 2 * quarter));
-    const __m256d g3 = _mm256_castps_pd(_mm256_loadu_ps(p + 6 * quarter));
-    const __m256d t0 = _mm256_unpacklo_pd(g0, g1), t1 = _mm256_unpackhi_pd(g0, g1);
-    const __m256d t2 = _mm256_unpacklo_pd(g2, g3), t3 = _mm256_unpackhi_pd(g2, g3);
-    const __m256 v[4] = {_mm256_castpd_ps(_mm256_permute2f128_pd(t0, t2, 0x20)),
-                         _mm256_castpd_ps(_mm256_permute2f128_pd(t1, t3, 0x20)),
-                         _mm256_castpd_ps(_mm256_permute2f128_pd(t0, t2, 0x31)),
-                         _mm256_castpd_ps(_mm256_permute2f128_pd(t1, t3, 0x31))};  // element L of each run
-    __m128 half[2][4];
-    for (int h = 0; h < 2; ++h) {
-        __m256d u[4];
-        for (int l = 0; l < 4; ++l)
-            u[l] = _mm256_cvtps_pd(h ? _mm256_extractf128_ps(v[l], 1) : _mm256_castps256_ps128(v[l]));
-        const __m256d a = u[0], b = u[1], c = u[2], d = u[3];
-        __m256d r[4];  // by destination quarter
-        if constexpr (kRadix4) {
-            const __m256d s1 = _mm256_add_pd(a, c), s2 = _mm256_add_pd(b, d);
-            const __m256d d1 = _mm256_sub_pd(a, c), d2 = _mm256_sub_pd(b, d);
-            r[0] = _mm256_add_pd(s1, s2);
-            r[2] = _mm256_sub_pd(s1, s2);
-            r[1] = _mm256_add_pd(d1, flip_im(swap_pairs(d2)));  // (a - c) - i(b - d)
-            r[3] = _mm256_addsub_pd(d1, swap_pairs(d2));        // (a - c) + i(b - d)
-        } else {
-            r[0] = _mm256_add_pd(a, b);
-            r[2] = _mm256_sub_pd(a, b);
-            r[1] = _mm256_add_pd(c, d);
-            r[3] = _mm256_sub_pd(c, d);
-        }
-        for (int k = 0; k < 4; ++k)
-            half[h][k] = _mm256_cvtpd_ps(r[k]);
-    }
-    for (int k = 0; k < 4; ++k)
-        y[k] = _mm256_set_m128(half[1][k], half[0][k]);
-}
-
-template <bool kRadix4>
-QX_AVX2 void last_pass_reversed(float* x, std::size_t n, const int* rev) noexcept {
-    const std::size_t quarter = n / 4;
-    for (std::size_t at = 0; at < quarter; at += 4) {
-        const std::size_t to = static_cast<std::size_t>(rev[at]);  // 4 rev M
-        if (to < at)
-            continue;
-        __m256 y[4], z[4];
-        last_block<kRadix4>(x, quarter, at, y);
-        if (to != at) {
-            last_block<kRadix4>(x, quarter, to, z);
-            for (std::size_t k = 0; k < 4; ++k)
-                _mm256_storeu_ps(x + 2 * (k * quarter + at), z[k]);
-        }
-        for (std::size_t k = 0; k < 4; ++k)
-            _mm256_storeu_ps(x + 2 * (k * quarter + to), y[k]);
-    }
-}
-
-// The closing radix-2 pass of order 3, into bit-reversed positions of `out`.
-QX_AVX2 void pairs_scatter(const float* x, std::size_t n, const int* rev, std::uint64_t* out) noexcept {
-    for (std::size_t k = 0; k < n; k += 2) {
-        const __m128 f = _mm256_cvtpd_ps(sum_dif(load2(x + 2 * k)));
-        _mm_storel_pi(reinterpret_cast<__m64*>(out + rev[k]), f);
-        _mm_storeh_pi(reinterpret_cast<__m64*>(out + rev[k + 1]), f);
-    }
-}
-
-// The real split for pairs (k, m - k), (k + 1, m - k - 1) at a time, with the
-// operations of qx::fft::real_split; returns the first k it left undone.
-QX_AVX2 std::size_t real_split_avx2(float* z, std::size_t m, const float* T, bool forward) noexcept {
-    std::size_t k = 1;
-    for (; 2 * (k + 1) < m; k += 2) {
-        float* pa = z + 2 * k;
-        float* pb = z + 2 * (m - k - 1);
-        __m256d A = load2(pa);
-        __m256d B = _mm256_permute2f128_pd(load2(pb), load2(pb), 0x01);  // B[k], B[k + 1]
-        __m256d Tv = load2(T + 2 * k);                                   // (Tr, Ti) of k, k + 1
-        __m256d V = _mm256_blend_pd(_mm256_sub_pd(A, B), _mm256_add_pd(A, B), 0b1010);  // (dif, sum)
-        __m256d P1 = _mm256_mul_pd(V, swap_pairs(Tv));  // (dif Ti, sum Tr)
-        __m256d P2 = _mm256_mul_pd(V, Tv);              // (dif Tr, sum Ti)
-        __m256d An, Bn;
-        if (forward) {
-            __m256d F2 = _mm256_hadd_pd(P1, P1);                           // sum Tr + dif Ti
-            __m256d F3 = _mm256_hsub_pd(swap_pairs(P2), swap_pairs(P2));  // sum Ti - dif Tr
-            An = _mm256_blend_pd(_mm256_add_pd(B, F2), _mm256_sub_pd(F3, B), 0b1010);
-            Bn = _mm256_blend_pd(_mm256_sub_pd(A, F2), _mm256_sub_pd(F3, A), 0b1010);
-        } else {
-            __m256d F1 = _mm256_hsub_pd(P1, P1);  // dif Ti - sum Tr
-            __m256d F2 = _mm256_hadd_pd(P2, P2);  // dif Tr + sum Ti
-            __m256d G = _mm256_blend_pd(F1, F2, 0b1010);
-            An = _mm256_sub_pd(A, G);
-            Bn = _mm256_blend_pd(_mm256_add_pd(B, G), _mm256_sub_pd(B, G), 0b1010);
-        }
-        store2(pa, An);
-        store2(pb, _mm256_permute2f128_pd(Bn, Bn, 0x01));
-    }
-    return k;
-}
-
-#endif
+inline bool use_avx2() noexcept { return qx::cpu::at_least(qx::cpu::Path::avx2); }
 
 constexpr int kStackOrder = 12;  // bit reversal through a stack copy up to 2^12 points
 
@@ -400,15 +138,16 @@ void reorder(float* x, int order, const int* rev) noexcept {
 }
 
 // Radix4<FloatOps>::run followed by the bit reversal, with the AVX2 stages
-// where the processor has them; the last pass then writes bit-reversed.
-// `w` comes from QXcGetFftTwdTbl (the widened copies may follow it).
-void float_core(float* x, int order, const float* w, const int* rev, bool inverse) noexcept {
+// where the processor has them; the last pass then writes bit-reversed, and
+// with `settle` settles the NaNs of a forward transform. `w` comes from
+// QXcGetFftTwdTbl (the widened copies may follow it). True when it settled.
+bool float_core(float* x, int order, const float* w, const int* rev, bool inverse, bool settle) noexcept {
     using Core = qx::fft::Radix4<FloatOps>;
     const std::size_t n = points(order);
-    if (!avx2() || n <= 4) {
+    if (!use_avx2() || n <= 4) {
         Core::run(x, order, w, inverse);
         reorder(x, order, rev);
-        return;
+        return false;
     }
 #if QX_FFT_X86
     if (inverse)
@@ -416,60 +155,97 @@ void float_core(float* x, int order, const float* w, const int* rev, bool invers
     const double* e = stage_twiddles(w, order);
     std::size_t t = 1;
     for (std::size_t q = n / 4; q >= 2; q /= 4, t *= 4) {
-        stage_avx2(x, n, q, t, w, q >= 4 ? e : nullptr);
+        qx::fft::avx2::stage_avx2(x, n, q, t, w, q >= 4 ? e : nullptr);
         if (e && q >= 4)
             e += 12 * q;
     }
+    settle = settle && !inverse;  // the conjugation below would turn a settled NaN
     if (order == 3) {
         std::uint64_t tmp[8];
-        pairs_scatter(x, n, rev, tmp);
+        qx::fft::avx2::pairs_scatter(x, n, rev, tmp);
         std::memcpy(x, tmp, sizeof tmp);
-    } else if (order & 1) {
-        last_pass_reversed<false>(x, n, rev);
     } else {
-        last_pass_reversed<true>(x, n, rev);
+        using Pass = void (*)(float*, std::size_t, const int*);
+        constexpr Pass passes[2][2] = {{qx::fft::avx2::last_pass_reversed<false, false>,
+                                        qx::fft::avx2::last_pass_reversed<false, true>},
+                                       {qx::fft::avx2::last_pass_reversed<true, false>,
+                                        qx::fft::avx2::last_pass_reversed<true, true>}};
+        passes[(order & 1) == 0][settle](x, n, rev);
     }
     if (inverse)  // conjugation commutes with the permutation
         FloatOps::conj(x, n);
+    return settle;
+#else
+    return false;
 #endif
 }
 
-void scale_all(float* x, std::size_t count, float f) noexcept {
-    for (std::size_t i = 0; i < count; ++i)
-        x[i] *= f;
+// The last pass of a float transform: NaNs settled (unless the vector kernels
+// stored them settled), and with `scale` every value times f; a settled NaN
+// stays one when scaled.
+inline void settle_all(float* x, std::size_t count) noexcept {
+    for (std::size_t i = 0; i < count; ++i) {
+        std::uint32_t b;
+        std::memcpy(&b, x + i, 4);
+        b = qx::fft::settled(b);
+        std::memcpy(x + i, &b, 4);
+    }
+}
+
+inline void finish_pass_body(float* x, std::size_t count, bool settle, bool scale, float f) noexcept {
+    if (settle)
+        settle_all(x, count);
+    if (scale)
+        for (std::size_t i = 0; i < count; ++i)
+            x[i] *= f;
+}
+QX_AVX2_TWIN(finish_pass, (float* x, std::size_t count, bool settle, bool scale, float f), (x, count, settle, scale, f))
+
+inline void finish(float* x, std::size_t count, bool settle, bool scale, float f) noexcept {
+    if (settle || scale)
+        finish_pass(x, count, settle, scale, f);
 }
 
 void complex_float(float* x, int order, const float* w, const int* rev, bool inverse, bool scale) noexcept {
-    float_core(x, order, w, rev, inverse);
-    if (scale)
-        scale_all(x, 2 * points(order), 1.0f / static_cast<float>(points(order)));
+    const bool settled = float_core(x, order, w, rev, inverse, true);
+    finish(x, 2 * points(order), !settled, scale, 1.0f / static_cast<float>(points(order)));
 }
 
 void real_float(float* x, int order, const float* T, const float* wHalf, const int* revHalf, bool inverse,
                 bool scale) noexcept {
     const std::size_t m = points(order - 1);
     if (order - 1 > 0) {
-        float_core(x, order - 1, wHalf, revHalf, inverse);
+        float_core(x, order - 1, wHalf, revHalf, inverse, false);
     }
     std::size_t from = 1;
+    bool settled = false;
 #if QX_FFT_X86
-    if (avx2())
-        from = real_split_avx2(x, m, T, !inverse);
+    if (use_avx2()) {  // the vector split stores pairs below `from` settled
+        from = qx::fft::avx2::real_split_avx2(x, m, T, !inverse);
+        settled = true;
+    }
 #endif
     qx::fft::real_split<FloatOps>(x, m, T, !inverse, from);
-    if (scale)
-        scale_all(x, 2 * m, 1.0f / static_cast<float>(points(order)));
+    if (settled) {  // what the scalar split wrote: z[0], z[1] and the pairs from `from` on
+        settle_all(x, 2);
+        settle_all(x + 2 * from, 2 * m + 2 - 4 * from);
+    }
+    finish(x, 2 * m, !settled, scale, 1.0f / static_cast<float>(points(order)));
 }
 
 void packed_float(float* x, int order, const float* w, const float* wHalf, const int* revHalf, bool inverse,
                   bool scale) noexcept {
     const std::size_t m = points(order - 1);
     qx::fft::packed_unsplit<FloatOps>(x, m, w, !inverse);
-    if (order - 1 > 0) {
-        float_core(x, order - 1, wHalf, revHalf, inverse);
-    }
-    if (scale)
-        scale_all(x, 2 * m, 1.0f / static_cast<float>(points(order)));
+    const bool settled = order - 1 > 0 && float_core(x, order - 1, wHalf, revHalf, inverse, true);
+    finish(x, 2 * m, !settled, scale, 1.0f / static_cast<float>(points(order)));
+}
+
+// The cached table of `order` in `slots` when it is there, else get(order),
+// which builds it or reports why not: a call on cached tables costs a load.
+template <class T>
+const T* table(void* const* slots, int order, T* (*get)(int)) {
+    return slots[order] ? static_cast<const T*>(qx::align32(slots[order])) : get(order);
 }
 
 bool inverse_of(int flags) noexcept { return (flags & QX_INVERSE) != 0; }
@@ -481,13 +257,12 @@ namespace qx::fft {
 
 float* real_twiddles(int order) {
     constexpr qx::Report r{"QXcGetFftTwdTbl"};
-    r.check(order < 0, "order<0");
-    r.check(order > 31, "order>31");
-    if (r.failed())
+    qx::fft::bad_order(r, order);
+    if (qx::Report::failed())
         return nullptr;
     return qx::fft::cached_table<float>(r, qx::context()->rTwd, order, 8 * points(order), [order](float* t, const float* finer) {
         if (finer) {
-            decimate(t, finer, order);
+            qx::fft::decimate(t, finer, order);
             return true;
         }
         calc_twiddles(t, order);
@@ -505,10 +280,9 @@ extern "C" {
 
 QX_API int QXCalcBitRevTbl(int* tbl, int order) {
     constexpr qx::Report r{"QXCalcBitRevTbl"};
-    r.check(order < 0, "order<0");
-    r.check(order > 31, "order>31");
+    qx::fft::bad_order(r, order);
     r.check(tbl == nullptr, "tbl==0");
-    if (r.failed())
+    if (qx::Report::failed())
         return QXGetStatus();
     calc_bit_reversal(tbl, order);
     return static_cast<int>(points(order) - 1);
@@ -516,9 +290,8 @@ QX_API int QXCalcBitRevTbl(int* tbl, int order) {
 
 QX_API int* QXGetBitRevTbl(int order) {
     constexpr qx::Report r{"QXGetBitRevTbl"};
-    r.check(order < 0, "order<0");
-    r.check(order > 31, "order>31");
-    if (r.failed())
+    qx::fft::bad_order(r, order);
+    if (qx::Report::failed())
         return nullptr;
     return qx::fft::cached_table<int>(r, qx::context()->bitRev, order, 4 * points(order), [order](int* t, const int*) {
         calc_bit_reversal(t, order);
@@ -528,13 +301,12 @@ QX_API int* QXGetBitRevTbl(int order) {
 
 QX_API int QXcbBitRev1(float* vec, int order) {
     constexpr qx::Report r{"QXcbBitRev1"};
-    r.check(order < 0, "order<0");
-    r.check(order > 31, "order>31");
+    qx::fft::bad_order(r, order);
     r.check(vec == nullptr, "vec==0");
-    if (r.failed())
+    if (qx::Report::failed())
         return QXGetStatus();
     const int* rev = order >= 3 ? QXGetBitRevTbl(order) : nullptr;
-    if (r.failed())
+    if (qx::Report::failed())
         return QXGetStatus();
     reorder(vec, order, rev);
     return 0;
@@ -542,35 +314,32 @@ QX_API int QXcbBitRev1(float* vec, int order) {
 
 QX_API void QXcCalcFftTwdTbl(float* tbl, int order) {
     constexpr qx::Report r{"QXcCalcFftTwdTbl"};
-    r.check(order < 0, "order<0");
-    r.check(order > 31, "order>31");
+    qx::fft::bad_order(r, order);
     r.check(tbl == nullptr, "tbl==0");
-    if (r.failed())
+    if (qx::Report::failed())
         return;
     calc_twiddles(tbl, order);
 }
 
 QX_API void QXcDecFftTwdTbl(float* tbl1, const float* tbl2, int order) {
     constexpr qx::Report r{"QXcDecFftTwdTbl"};
-    r.check(order < 0, "order<0");
-    r.check(order > 31, "order>31");
+    qx::fft::bad_order(r, order);
     r.check(tbl1 == nullptr, "tbl1==0");
     r.check(tbl2 == nullptr, "tbl2==0");
-    if (r.failed())
+    if (qx::Report::failed())
         return;
-    decimate(tbl1, tbl2, order);
+    qx::fft::decimate(tbl1, tbl2, order);
 }
 
 QX_API float* QXcGetFftTwdTbl(int order) {
     constexpr qx::Report r{"QXcGetFftTwdTbl"};
-    r.check(order < 0, "order<0");
-    r.check(order > 31, "order>31");
-    if (r.failed())
+    qx::fft::bad_order(r, order);
+    if (qx::Report::failed())
         return nullptr;
     const std::size_t bytes = 8 * points(order) + 8 * stage_doubles(order);
     return qx::fft::cached_table<float>(r, qx::context()->cTwd, order, bytes, [order](float* t, const float* finer) {
         if (finer)
-            decimate(t, finer, order);
+            qx::fft::decimate(t, finer, order);
         else
             calc_twiddles(t, order);
         fill_stages(reinterpret_cast<double*>(t + 2 * points(order)), t, order);
@@ -595,14 +364,14 @@ QX_API void QXFreeFftTbls(void) {
 
 QX_API void QXcFft(float* samps, int order, int flags) {
     constexpr qx::Report r{"QXcFft"};
-    r.check(order < 0, "order<0");
-    r.check(order > 31, "order>31");
+    qx::fft::bad_order(r, order);
     r.check(samps == nullptr, "samps==0");
-    if (r.failed() || order == 0)
+    if (qx::Report::failed() || order == 0)
         return;
-    const float* w = QXcGetFftTwdTbl(order);
-    const int* rev = order >= 3 ? QXGetBitRevTbl(order) : nullptr;
-    if (r.failed()) {
+    const qx::Context& c = *qx::context();
+    const float* w = table(c.cTwd, order, QXcGetFftTwdTbl);
+    const int* rev = order >= 3 ? table(c.bitRev, order, QXGetBitRevTbl) : nullptr;
+    if (w == nullptr || (order >= 3 && rev == nullptr)) {  // a getter reported why
         r.raise(QX_StsBackTrace, "Bad Ptr");
         return;
     }
@@ -613,32 +382,21 @@ QX_API void QXcFft(float* samps, int order, int flags) {
 
 QX_API int QXcFftNip(const float* inSamps, float* outSamps, int order, int flags) {
     constexpr qx::Report r{"QXcFftNip"};
-    r.check(order < 0, "order<0");
-    r.check(order > 31, "order>31");
-    r.check(inSamps == nullptr, "inSamps==0");
-    r.check(outSamps == nullptr, "outSamps==0");
-    if (r.failed())
-        return QXGetStatus();
-    QXsbCopy(inSamps, outSamps, static_cast<int>(2 * points(order)));
-    if (order == 0)
-        return 0;
-    QXcFft(outSamps, order, flags);
-    if (r.failed())
-        r.raise(QX_StsBackTrace, "out QXcFft");
-    return QXGetStatus();
+    return qx::fft::not_in_place<true>(r, inSamps, outSamps, order, 2, "out QXcFft",
+                                       [&](float* out) { QXcFft(out, order, flags); });
 }
 
 QX_API void QXsRealFft(float* samps, int order, int flags) {
     constexpr qx::Report r{"QXsRealFft"};
-    r.check(order < 0, "order<0");
-    r.check(order > 31, "order>31");
+    qx::fft::bad_order(r, order);
     r.check(samps == nullptr, "samps==0");
-    if (r.failed() || order == 0)
+    if (qx::Report::failed() || order == 0)
         return;
-    const float* T = qx::fft::real_twiddles(order);
-    const float* wHalf = QXcGetFftTwdTbl(order - 1);
-    const int* revHalf = order - 1 >= 3 ? QXGetBitRevTbl(order - 1) : nullptr;
-    if (r.failed()) {
+    const qx::Context& c = *qx::context();
+    const float* T = table(c.rTwd, order, qx::fft::real_twiddles);
+    const float* wHalf = table(c.cTwd, order - 1, QXcGetFftTwdTbl);
+    const int* revHalf = order - 1 >= 3 ? table(c.bitRev, order - 1, QXGetBitRevTbl) : nullptr;
+    if (T == nullptr || wHalf == nullptr || (order - 1 >= 3 && revHalf == nullptr)) {  // a getter reported why
         r.raise(QX_StsBackTrace, "Bad Ptr");
         return;
     }
@@ -649,30 +407,21 @@ QX_API void QXsRealFft(float* samps, int order, int flags) {
 
 QX_API int QXsRealFftNip(const float* inSamps, float* outSamps, int order, int flags) {
     constexpr qx::Report r{"QXsRealFftNip"};
-    r.check(order < 0, "order<0");
-    r.check(order > 31, "order>31");
-    r.check(inSamps == nullptr, "inSamps==0");
-    r.check(outSamps == nullptr, "outSamps==0");
-    if (r.failed())
-        return QXGetStatus();
-    QXsbCopy(inSamps, outSamps, static_cast<int>(points(order)));
-    QXsRealFft(outSamps, order, flags);
-    if (r.failed())
-        r.raise(QX_StsBackTrace, "out QXsRealFftl");
-    return QXGetStatus();
+    return qx::fft::not_in_place<false>(r, inSamps, outSamps, order, 1, "out QXsRealFftl",
+                                       [&](float* out) { QXsRealFft(out, order, flags); });
 }
 
 QX_API void QXsCcsFft(float* samps, int order, int flags) {
     constexpr qx::Report r{"QXsCcsFft"};
-    r.check(order < 0, "order<0");
-    r.check(order > 31, "order>31");
+    qx::fft::bad_order(r, order);
     r.check(samps == nullptr, "samps==0");
-    if (r.failed() || order == 0)
+    if (qx::Report::failed() || order == 0)
         return;
-    const float* w = QXcGetFftTwdTbl(order);
-    const float* wHalf = QXcGetFftTwdTbl(order - 1);
-    const int* revHalf = order - 1 >= 3 ? QXGetBitRevTbl(order - 1) : nullptr;
-    if (r.failed()) {
+    const qx::Context& c = *qx::context();
+    const float* w = table(c.cTwd, order, QXcGetFftTwdTbl);
+    const float* wHalf = table(c.cTwd, order - 1, QXcGetFftTwdTbl);
+    const int* revHalf = order - 1 >= 3 ? table(c.bitRev, order - 1, QXGetBitRevTbl) : nullptr;
+    if (w == nullptr || wHalf == nullptr || (order - 1 >= 3 && revHalf == nullptr)) {  // a getter reported why
         r.raise(QX_StsBackTrace, "Bad Ptr");
         return;
     }
@@ -683,17 +432,8 @@ QX_API void QXsCcsFft(float* samps, int order, int flags) {
 
 QX_API int QXsCcsFftNip(const float* inSamps, float* outSamps, int order, int flags) {
     constexpr qx::Report r{"QXsCcsFftNip"};
-    r.check(order < 0, "order<0");
-    r.check(order > 31, "order>31");
-    r.check(inSamps == nullptr, "inSamps==0");
-    r.check(outSamps == nullptr, "outSamps==0");
-    if (r.failed())
-        return QXGetStatus();
-    QXsbCopy(inSamps, outSamps, static_cast<int>(points(order)));
-    QXsCcsFft(outSamps, order, flags);
-    if (r.failed())
-        r.raise(QX_StsBackTrace, "out QXsCcsFft");
-    return QXGetStatus();
+    return qx::fft::not_in_place<false>(r, inSamps, outSamps, order, 1, "out QXsCcsFft",
+                                       [&](float* out) { QXsCcsFft(out, order, flags); });
 }
 
 }  // extern "C"

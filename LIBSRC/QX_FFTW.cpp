@@ -16,19 +16,12 @@ namespace {
 
 using qx::fft::FixedOps;
 
-std::size_t points(int order) noexcept { return std::size_t{1} << order; }
+using qx::fft::points;
 
 // Each part of the float table times 16384, truncated toward zero.
 void fixed_from_float(short* tbl, const float* f, int order) noexcept {
     for (std::size_t i = 0; i < 2 * points(order); ++i)
         tbl[i] = static_cast<short>(std::trunc(static_cast<double>(f[i]) * 16384.0));
-}
-
-void decimate(short* tbl1, const short* tbl2, int order) noexcept {
-    for (std::size_t i = 0; i < points(order); ++i) {
-        tbl1[2 * i] = tbl2[4 * i];
-        tbl1[2 * i + 1] = tbl2[4 * i + 1];
-    }
 }
 
 // Makes the scratch buffer in `raw` hold `count` 4-byte elements: a buffer
@@ -74,7 +67,7 @@ void core_short_as_int(short* samps, int order, int flags, int doScale, int* sca
     const short* wHalf = complexData ? nullptr : QXwGetFftTwdTbl(half);
     const int revOrder = complexData ? order : half;
     const int* rev = revOrder >= 3 ? QXGetBitRevTbl(revOrder) : nullptr;
-    if (r.failed()) {
+    if (qx::Report::failed()) {
         r.raise(QX_StsBackTrace, "Bad Ptr");
         return;
     }
@@ -139,7 +132,7 @@ void core_short_as_float(short* samps, int order, int flags, int doScale, int* s
         QXsCcsFft(f, order, direction);
     else
         QXcFft(f, order, direction);
-    if (r.failed())
+    if (qx::Report::failed())
         return;
     QXswbConvertDown(f, samps, n, doScale, scaleFactor);
 }
@@ -160,10 +153,9 @@ extern "C" {
 
 QX_API void QXwCalcFftTwdTbl(short* tbl, int order) {
     constexpr qx::Report r{"QXwCalcFftTwdTbl"};
-    r.check(order < 0, "order<0");
-    r.check(order > 31, "order>31");
+    qx::fft::bad_order(r, order);
     r.check(tbl == nullptr, "tbl==0");
-    if (r.failed())
+    if (qx::Report::failed())
         return;
     const float* f = QXcGetFftTwdTbl(order);
     if (f != nullptr)
@@ -172,24 +164,22 @@ QX_API void QXwCalcFftTwdTbl(short* tbl, int order) {
 
 QX_API void QXwDecFftTwdTbl(short* tbl1, const short* tbl2, int order) {
     constexpr qx::Report r{"QXwDecFftTwdTbl"};
-    r.check(order < 0, "order<0");
-    r.check(order > 31, "order>31");
+    qx::fft::bad_order(r, order);
     r.check(tbl1 == nullptr, "tbl1==0");
     r.check(tbl2 == nullptr, "tbl2==0");
-    if (r.failed())
+    if (qx::Report::failed())
         return;
-    decimate(tbl1, tbl2, order);
+    qx::fft::decimate(tbl1, tbl2, order);
 }
 
 QX_API short* QXwGetFftTwdTbl(int order) {
     constexpr qx::Report r{"QXwGetFftTwdTbl"};
-    r.check(order < 0, "order<0");
-    r.check(order > 31, "order>31");
-    if (r.failed())
+    qx::fft::bad_order(r, order);
+    if (qx::Report::failed())
         return nullptr;
     return qx::fft::cached_table<short>(r, qx::context()->wTwd, order, 4 * points(order), [order](short* t, const short* finer) {
         if (finer) {
-            decimate(t, finer, order);
+            qx::fft::decimate(t, finer, order);
             return true;
         }
         const float* f = QXcGetFftTwdTbl(order);
@@ -202,89 +192,62 @@ QX_API short* QXwGetFftTwdTbl(int order) {
 
 QX_API void QXvFft(short* samps, int order, int flags, int doScale, int* scaleFactor) {
     constexpr qx::Report r{"QXvFft"};
-    r.check(order < 0, "order<0");
-    r.check(order > 31, "order>31");
+    qx::fft::bad_order(r, order);
     r.check(samps == nullptr, "samps==0");
-    if (r.failed() || order < 1)
+    if (qx::Report::failed() || order < 1)
         return;
     if (qx::fft::bad_direction(r, flags))
         return;
     short_transform(samps, order, flags, doScale, scaleFactor, 0);
-    if (r.failed())
+    if (qx::Report::failed())
         r.raise(QX_StsBackTrace, qx::current_message());
 }
 
 QX_API int QXvFftNip(const short* inSamps, short* outSamps, int order, int flags, int doScale, int* scaleFactor) {
     constexpr qx::Report r{"QXvFftNip"};
-    r.check(order < 0, "order<0");
-    r.check(order > 31, "order>31");
-    r.check(inSamps == nullptr, "inSamps==0");
-    r.check(outSamps == nullptr, "outSamps==0");
-    if (r.failed())
-        return QXGetStatus();
-    QXwbCopy(inSamps, outSamps, static_cast<int>(2 * points(order)));
-    QXvFft(outSamps, order, flags, doScale, scaleFactor);
-    if (r.failed())
-        r.raise(QX_StsBackTrace, "out QXvFft");
-    return QXGetStatus();
+    return qx::fft::not_in_place<false>(r, inSamps, outSamps, order, 2, "out QXvFft", [&](short* out) {
+        QXvFft(out, order, flags, doScale, scaleFactor);
+    });
 }
 
 QX_API void QXwRealFft(short* samps, int order, int flags, int doScale, int* scaleFactor) {
     constexpr qx::Report r{"QXwRealFft"};
-    r.check(order < 0, "order<0");
-    r.check(order > 31, "order>31");
+    qx::fft::bad_order(r, order);
     r.check(samps == nullptr, "samps==0");
-    if (r.failed() || order < 1)
+    if (qx::Report::failed() || order < 1)
         return;
     if (qx::fft::bad_direction(r, flags))
         return;
     short_transform(samps, order, flags, doScale, scaleFactor, qx::fft::kRealIn);
-    if (r.failed())
+    if (qx::Report::failed())
         r.raise(QX_StsBackTrace, qx::current_message());
 }
 
 QX_API int QXwRealFftNip(const short* inSamps, short* outSamps, int order, int flags, int doScale, int* scaleFactor) {
     constexpr qx::Report r{"QXwRealFftNip"};
-    r.check(order < 0, "order<0");
-    r.check(order > 31, "order>31");
-    r.check(inSamps == nullptr, "inSamps==0");
-    r.check(outSamps == nullptr, "outSamps==0");
-    if (r.failed())
-        return QXGetStatus();
-    QXwbCopy(inSamps, outSamps, static_cast<int>(points(order)));
-    QXwRealFft(outSamps, order, flags, doScale, scaleFactor);
-    if (r.failed())
-        r.raise(QX_StsBackTrace, "out QXwRealFftl");
-    return QXGetStatus();
+    return qx::fft::not_in_place<false>(r, inSamps, outSamps, order, 1, "out QXwRealFftl", [&](short* out) {
+        QXwRealFft(out, order, flags, doScale, scaleFactor);
+    });
 }
 
 QX_API void QXwCcsFft(short* samps, int order, int flags, int doScale, int* scaleFactor) {
     constexpr qx::Report r{"QXwCcsFft"};
-    r.check(order < 0, "order<0");
-    r.check(order > 31, "order>31");
+    qx::fft::bad_order(r, order);
     r.check(samps == nullptr, "samps==0");
-    if (r.failed() || order < 1)
+    if (qx::Report::failed() || order < 1)
         return;
     if (qx::fft::bad_direction(r, flags))
         return;
     short_transform(samps, order, flags, doScale, scaleFactor, qx::fft::kPackedIn);
-    if (r.failed())
+    if (qx::Report::failed())
         r.raise(QX_StsBackTrace, qx::current_message());
 }
 
 QX_API int QXwCcsFftNip(const short* inSamps, short* outSamps, int order, int flags, int doScale, int* scaleFactor) {
     constexpr qx::Report r{"QXwCcsFftNip"};
-    r.check(order < 0, "order<0");
-    r.check(order > 31, "order>31");
-    r.check(inSamps == nullptr, "inSamps==0");
-    r.check(outSamps == nullptr, "outSamps==0");
-    if (r.failed())
-        return QXGetStatus();
-    QXwbCopy(inSamps, outSamps, static_cast<int>(points(order)));
-    QXwCcsFft(outSamps, order, flags, doScale, scaleFactor);
-    if (r.failed())
-        r.raise(QX_StsBackTrace, "out QXwCcsFft");
-    return QXGetStatus();
+    return qx::fft::not_in_place<false>(r, inSamps, outSamps, order, 1, "out QXwCcsFft", [&](short* out) {
+        QXwCcsFft(out, order, flags, doScale, scaleFactor);
+    });
 }
 
 }  // extern "C"

@@ -39,6 +39,57 @@ constexpr int kPackedIn = 0x08000000; // short core: packed spectrum in, real si
 constexpr const char* kBothDirections = "Error in flag (QX_FORWARD & QX_INVERSE are presented)";
 constexpr const char* kNoDirection = "Error in flag (QX_FORWARD & QX_INVERSE are not presented)";
 
+// Every NaN a float transform returns is the quiet NaN 0x7fc00000. Which of
+// two NaN operands a sum passes on (its sign and payload) is the compiler's
+// and the processor's choice, not the source's; one NaN keeps the bytes of
+// every kernel path and every build the same.
+constexpr std::uint32_t kQuietNan = 0x7fc00000u;
+inline std::uint32_t settled(std::uint32_t bits) noexcept {
+    return (bits & 0x7fffffffu) > 0x7f800000u ? kQuietNan : bits;
+}
+
+// 2^order: the points of a transform of `order`.
+inline std::size_t points(int order) noexcept { return std::size_t{1} << order; }
+
+// The order checks of every table and transform, in their order, reported on
+// the caller's line. True when the order is out of [0, 31].
+inline bool bad_order(const Report& r, int order, where loc = where::current()) noexcept {
+    return r.check(order < 0, "order<0", loc) | r.check(order > 31, "order>31", loc);
+}
+
+// tbl1[i] = tbl2[2i] for the 2^order complex entries of tbl1.
+template <class T>
+void decimate(T* tbl1, const T* tbl2, int order) noexcept {
+    for (std::size_t i = 0; i < points(order); ++i) {
+        tbl1[2 * i] = tbl2[4 * i];
+        tbl1[2 * i + 1] = tbl2[4 * i + 1];
+    }
+}
+
+// The not-in-place form of an in-place transform (float or short data of
+// `perPoint` elements a point): its checks on the caller's line, the copy,
+// run(out), and the trace `trace` when that failed. kZeroCopies: order 0 is
+// done once copied.
+template <bool kZeroCopies, class T, class Run>
+int not_in_place(const Report& r, const T* in, T* out, int order, std::size_t perPoint, const char* trace, Run run,
+                 where loc = where::current()) {
+    bad_order(r, order, loc);
+    r.check(in == nullptr, "inSamps==0", loc);
+    r.check(out == nullptr, "outSamps==0", loc);
+    if (Report::failed())
+        return QXGetStatus();
+    if constexpr (sizeof(T) == 4)
+        QXsbCopy(in, out, static_cast<int>(perPoint * points(order)));
+    else
+        QXwbCopy(in, out, static_cast<int>(perPoint * points(order)));
+    if (kZeroCopies && order == 0)
+        return 0;
+    run(out);
+    if (Report::failed())
+        r.raise(QX_StsBackTrace, trace, loc);
+    return QXGetStatus();
+}
+
 // The cached real-transform table of `order` (32-byte aligned), built on first
 // use; reports as "QXcGetFftTwdTbl". Null when the order is bad or memory ran out.
 float* real_twiddles(int order);
