@@ -40,8 +40,7 @@ extern "C" {
 
 QX_API int QXtbAbs(signed char* srcDst, int n) {
     constexpr qx::Report r{"QXtbAbs"};
-    r.check(n <= 0, "n<=0");
-    r.check(srcDst == nullptr, "dst==0");
+    r.checks(n, {{srcDst, "dst==0"}});
     if (qx::Report::failed())
         return QXGetStatus();
     abs_in_place(srcDst, n);
@@ -50,8 +49,7 @@ QX_API int QXtbAbs(signed char* srcDst, int n) {
 
 QX_API int QXwbAbs(short* srcDst, int n) {
     constexpr qx::Report r{"QXwbAbs"};
-    r.check(n <= 0, "n<=0");
-    r.check(srcDst == nullptr, "dst==0");
+    r.checks(n, {{srcDst, "dst==0"}});
     if (qx::Report::failed())
         return QXGetStatus();
     abs_in_place(srcDst, n);
@@ -60,8 +58,7 @@ QX_API int QXwbAbs(short* srcDst, int n) {
 
 QX_API int QXsbAbs(float* srcDst, int n) {
     constexpr qx::Report r{"QXsbAbs"};
-    r.check(n <= 0, "n<=0");
-    r.check(srcDst == nullptr, "dst==0");
+    r.checks(n, {{srcDst, "dst==0"}});
     if (qx::Report::failed())
         return QXGetStatus();
     abs_in_place(srcDst, n);
@@ -70,9 +67,7 @@ QX_API int QXsbAbs(float* srcDst, int n) {
 
 QX_API int QXtbAbs2(const signed char* src, signed char* dst, int n) {
     constexpr qx::Report r{"QXtbAbs2"};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(dst == nullptr, "dst==0");
+    r.checks(n, {{src, "src==0"}, {dst, "dst==0"}});
     if (qx::Report::failed())
         return QXGetStatus();
     abs_copy(src, dst, n);
@@ -81,9 +76,7 @@ QX_API int QXtbAbs2(const signed char* src, signed char* dst, int n) {
 
 QX_API int QXwbAbs2(const short* src, short* dst, int n) {
     constexpr qx::Report r{"QXwbAbs2"};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(dst == nullptr, "dst==0");
+    r.checks(n, {{src, "src==0"}, {dst, "dst==0"}});
     if (qx::Report::failed())
         return QXGetStatus();
     abs_copy(src, dst, n);
@@ -92,9 +85,7 @@ QX_API int QXwbAbs2(const short* src, short* dst, int n) {
 
 QX_API int QXsbAbs2(const float* src, float* dst, int n) {
     constexpr qx::Report r{"QXsbAbs2"};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(dst == nullptr, "dst==0");
+    r.checks(n, {{src, "src==0"}, {dst, "dst==0"}});
     if (qx::Report::failed())
         return QXGetStatus();
     abs_copy(src, dst, n);

@@ -84,9 +84,7 @@ QX_API unsigned char QXnMax(const unsigned char* src, int startPos, int n, int* 
 
 QX_API unsigned char QXyMin(const unsigned char* src, int n, int* position) {
     constexpr qx::Report r{"QXyMin"};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(position == nullptr, "position==0");
+    r.checks(n, {{src, "src==0"}, {position, "position==0"}});
     if (qx::Report::failed())
         return 0;
     return extreme<false>(src, n, position);
@@ -94,9 +92,7 @@ QX_API unsigned char QXyMin(const unsigned char* src, int n, int* position) {
 
 QX_API unsigned char QXyMax(const unsigned char* src, int n, int* position) {
     constexpr qx::Report r{"QXyMax"};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(position == nullptr, "position==0");
+    r.checks(n, {{src, "src==0"}, {position, "position==0"}});
     if (qx::Report::failed())
         return 0;
     return extreme<true>(src, n, position);
@@ -104,9 +100,7 @@ QX_API unsigned char QXyMax(const unsigned char* src, int n, int* position) {
 
 QX_API signed char QXtMin(const signed char* src, int n, int* position) {
     constexpr qx::Report r{"QXtMin"};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(position == nullptr, "position==0");
+    r.checks(n, {{src, "src==0"}, {position, "position==0"}});
     if (qx::Report::failed())
         return 0;
     return extreme<false>(src, n, position);
@@ -114,9 +108,7 @@ QX_API signed char QXtMin(const signed char* src, int n, int* position) {
 
 QX_API signed char QXtMax(const signed char* src, int n, int* position) {
     constexpr qx::Report r{"QXtMax"};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(position == nullptr, "position==0");
+    r.checks(n, {{src, "src==0"}, {position, "position==0"}});
     if (qx::Report::failed())
         return 0;
     return extreme<true>(src, n, position);
@@ -124,9 +116,7 @@ QX_API signed char QXtMax(const signed char* src, int n, int* position) {
 
 QX_API short QXwMin(const short* src, int n, int* position) {
     constexpr qx::Report r{"QXwMin"};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(position == nullptr, "position==0");
+    r.checks(n, {{src, "src==0"}, {position, "position==0"}});
     if (qx::Report::failed())
         return 0;
     return extreme<false>(src, n, position);
@@ -134,9 +124,7 @@ QX_API short QXwMin(const short* src, int n, int* position) {
 
 QX_API short QXwMax(const short* src, int n, int* position) {
     constexpr qx::Report r{"QXwMax"};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(position == nullptr, "position==0");
+    r.checks(n, {{src, "src==0"}, {position, "position==0"}});
     if (qx::Report::failed())
         return 0;
     return extreme<true>(src, n, position);
@@ -144,9 +132,7 @@ QX_API short QXwMax(const short* src, int n, int* position) {
 
 QX_API float QXsMin(const float* src, int n, int* position) {
     constexpr qx::Report r{"QXsMin"};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(position == nullptr, "position==0");
+    r.checks(n, {{src, "src==0"}, {position, "position==0"}});
     if (qx::Report::failed())
         return 0;
     return extreme<false>(src, n, position);
@@ -154,9 +140,7 @@ QX_API float QXsMin(const float* src, int n, int* position) {
 
 QX_API float QXsMax(const float* src, int n, int* position) {
     constexpr qx::Report r{"QXsMax"};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(position == nullptr, "position==0");
+    r.checks(n, {{src, "src==0"}, {position, "position==0"}});
     if (qx::Report::failed())
         return 0;
     return extreme<true>(src, n, position);

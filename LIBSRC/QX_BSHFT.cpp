@@ -54,8 +54,7 @@ extern "C" {
 
 QX_API int QXybShiftL(unsigned char* srcDst, int n, int shift) {
     constexpr qx::Report r{"QXybShiftL"};
-    r.check(n <= 0, "n<=0");
-    r.check(srcDst == nullptr, "dst==0");
+    r.checks(n, {{srcDst, "dst==0"}});
     if (qx::Report::failed())
         return QXGetStatus();
     shift_all<true, qx::U8>(srcDst, n, shift);
@@ -64,8 +63,7 @@ QX_API int QXybShiftL(unsigned char* srcDst, int n, int shift) {
 
 QX_API int QXtbShiftL(signed char* srcDst, int n, int shift) {
     constexpr qx::Report r{"QXtbShiftL"};
-    r.check(n <= 0, "n<=0");
-    r.check(srcDst == nullptr, "dst==0");
+    r.checks(n, {{srcDst, "dst==0"}});
     if (qx::Report::failed())
         return QXGetStatus();
     shift_all<true, qx::S8>(srcDst, n, shift);
@@ -74,8 +72,7 @@ QX_API int QXtbShiftL(signed char* srcDst, int n, int shift) {
 
 QX_API int QXwbShiftL(short* srcDst, int n, int shift) {
     constexpr qx::Report r{"QXwbShiftL"};
-    r.check(n <= 0, "n<=0");
-    r.check(srcDst == nullptr, "dst==0");
+    r.checks(n, {{srcDst, "dst==0"}});
     if (qx::Report::failed())
         return QXGetStatus();
     shift_all<true, qx::S16>(srcDst, n, shift);
@@ -84,8 +81,7 @@ QX_API int QXwbShiftL(short* srcDst, int n, int shift) {
 
 QX_API int QXybShiftR(unsigned char* srcDst, int n, int shift) {
     constexpr qx::Report r{"QXybShiftR"};
-    r.check(n <= 0, "n<=0");
-    r.check(srcDst == nullptr, "dst==0");
+    r.checks(n, {{srcDst, "dst==0"}});
     if (qx::Report::failed())
         return QXGetStatus();
     shift_all<false, qx::U8>(srcDst, n, shift);
@@ -94,8 +90,7 @@ QX_API int QXybShiftR(unsigned char* srcDst, int n, int shift) {
 
 QX_API int QXtbShiftR(signed char* srcDst, int n, int shift) {
     constexpr qx::Report r{"QXtbShiftR"};
-    r.check(n <= 0, "n<=0");
-    r.check(srcDst == nullptr, "dst==0");
+    r.checks(n, {{srcDst, "dst==0"}});
     if (qx::Report::failed())
         return QXGetStatus();
     shift_all<false, qx::S8>(srcDst, n, shift);
@@ -104,8 +99,7 @@ QX_API int QXtbShiftR(signed char* srcDst, int n, int shift) {
 
 QX_API int QXwbShiftR(short* srcDst, int n, int shift) {
     constexpr qx::Report r{"QXwbShiftL"};  // reports under the left shift's name
-    r.check(n <= 0, "n<=0");
-    r.check(srcDst == nullptr, "dst==0");
+    r.checks(n, {{srcDst, "dst==0"}});
     if (qx::Report::failed())
         return QXGetStatus();
     shift_all<false, qx::S16>(srcDst, n, shift);
@@ -116,8 +110,7 @@ QX_API int QXnbShiftL(unsigned char* srcDst, int dstStartPos, int n, int shift) 
     constexpr qx::Report r{"QXnbShiftL"};
     r.check(dstStartPos < 0, "dstStartPos<0");
     r.check(dstStartPos > 1, "dstStartPos>1");
-    r.check(n <= 0, "n<=0");
-    r.check(srcDst == nullptr, "dst==0");
+    r.checks(n, {{srcDst, "dst==0"}});
     if (qx::Report::failed())
         return QXGetStatus();
     shift_nibbles<true>(srcDst, dstStartPos, n, shift);
@@ -128,8 +121,7 @@ QX_API int QXnbShiftR(unsigned char* srcDst, int dstStartPos, int n, int shift) 
     constexpr qx::Report r{"QXnbShiftR"};
     r.check(dstStartPos < 0, "dstStartPos<0");
     r.check(dstStartPos > 1, "dstStartPos>1");
-    r.check(n <= 0, "n<=0");
-    r.check(srcDst == nullptr, "dst==0");
+    r.checks(n, {{srcDst, "dst==0"}});
     if (qx::Report::failed())
         return QXGetStatus();
     shift_nibbles<false>(srcDst, dstStartPos, n, shift);

@@ -160,8 +160,7 @@ QX_API int QXnSum(const unsigned char* src, int startPos, int n, int doScale, in
 QX_API int QXySum(const unsigned char* src, int n, int doScale, int* scaleFactor) {
     constexpr qx::Report r{"QXySum "};
     r.scaling(doScale, scaleFactor);
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "dst==0");
+    r.checks(n, {{src, "dst==0"}});
     if (qx::Report::failed())
         return 0;
     Scaled s = scale_sum(sum_bytes(src, n), doScale, scaleFactor);
@@ -172,8 +171,7 @@ QX_API int QXySum(const unsigned char* src, int n, int doScale, int* scaleFactor
 QX_API int QXtSum(const signed char* src, int n, int doScale, int* scaleFactor) {
     constexpr qx::Report r{"QXtSum "};
     r.scaling(doScale, scaleFactor);
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "dst==0");
+    r.checks(n, {{src, "dst==0"}});
     if (qx::Report::failed())
         return 0;
     Scaled s = scale_sum(sum_signed(src, n), doScale, scaleFactor);
@@ -184,8 +182,7 @@ QX_API int QXtSum(const signed char* src, int n, int doScale, int* scaleFactor) 
 QX_API int QXwSum(const short* src, int n, int doScale, int* scaleFactor) {
     constexpr qx::Report r{"QXwSum "};
     r.scaling(doScale, scaleFactor);
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "dst==0");
+    r.checks(n, {{src, "dst==0"}});
     if (qx::Report::failed())
         return 0;
     Scaled s = scale_sum(sum_signed(src, n), doScale, scaleFactor);
@@ -195,8 +192,7 @@ QX_API int QXwSum(const short* src, int n, int doScale, int* scaleFactor) {
 
 QX_API float QXsSum(const float* src, int n) {
     constexpr qx::Report r{"QXsSum "};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "dst==0");
+    r.checks(n, {{src, "dst==0"}});
     if (qx::Report::failed())
         return 0;
     float s = 0;
