@@ -153,6 +153,13 @@ bool float_core(float* x, int order, const float* w, const int* rev, bool invers
     if (inverse)
         FloatOps::conj(x, n);
     const double* e = stage_twiddles(w, order);
+    if (order == 6) {
+        settle = settle && !inverse;
+        (settle ? qx::fft::avx2::core64<true> : qx::fft::avx2::core64<false>)(x, e, rev);
+        if (inverse)
+            FloatOps::conj(x, n);
+        return settle;
+    }
     std::size_t t = 1;
     for (std::size_t q = n / 4; q >= 2; q /= 4, t *= 4) {
         qx::fft::avx2::stage_avx2(x, n, q, t, w, q >= 4 ? e : nullptr);

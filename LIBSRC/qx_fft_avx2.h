@@ -177,13 +177,18 @@ QX_AVX2 inline __m256d sum_dif(__m256d uv) noexcept {
 // one per quarter) land as four runs of four at middle rev M: the runs are
 // transposed in float, widened, combined and stored whole, the blocks M and
 // rev M together.
+// Four complex floats read as the two halves the stage before stored: a
+// whole-vector read of two recent half-vector stores would wait for them to
+// reach the cache instead of taking them from the store buffer.
+QX_AVX2 inline __m256d run4(const float* p) noexcept {
+    return _mm256_castps_pd(_mm256_insertf128_ps(_mm256_castps128_ps256(_mm_loadu_ps(p)), _mm_loadu_ps(p + 4), 1));
+}
+
 template <bool kRadix4, bool kSettle>
 QX_AVX2 inline void last_block(const float* x, std::size_t quarter, std::size_t at, __m256 y[4]) noexcept {
     // Runs in the lane order of their destination: quarters 0, 2, 1, 3.
     const float* p = x + 2 * at;
-    const __m256d g0 = _mm256_castps_pd(_mm256_loadu_ps(p)), g1 = _mm256_castps_pd(_mm256_loadu_ps(p + 4 * quarter));
-    const __m256d g2 = _mm256_castps_pd(_mm256_loadu_ps(p + 2 * quarter));
-    const __m256d g3 = _mm256_castps_pd(_mm256_loadu_ps(p + 6 * quarter));
+    const __m256d g0 = run4(p), g1 = run4(p + 4 * quarter), g2 = run4(p + 2 * quarter), g3 = run4(p + 6 * quarter);
     const __m256d t0 = _mm256_unpacklo_pd(g0, g1), t1 = _mm256_unpackhi_pd(g0, g1);
     const __m256d t2 = _mm256_unpacklo_pd(g2, g3), t3 = _mm256_unpackhi_pd(g2, g3);
     const __m256 v[4] = {_mm256_castpd_ps(_mm256_permute2f128_pd(t0, t2, 0x20)),
@@ -234,6 +239,16 @@ QX_AVX2 void last_pass_reversed(float* x, std::size_t n, const int* rev) noexcep
         for (std::size_t k = 0; k < 4; ++k)
             _mm256_storeu_ps(x + 2 * (k * quarter + to), y[k]);
     }
+}
+
+// The whole core of order 6 with every count and offset known: the stages
+// q = 16 and q = 4 on the widened twiddles `e`, then the last pass.
+template <bool kSettle>
+QX_AVX2 __attribute__((flatten)) void core64(float* x, const double* e, const int* rev) noexcept {
+    const auto* v = reinterpret_cast<const __m256d*>(e);
+    groups_avx2(x, 64, 16, [v](std::size_t j0) { return ExpandedTwiddles{v + 3 * j0}; });
+    groups_avx2(x, 64, 4, [v](std::size_t j0) { return ExpandedTwiddles{v + 3 * 16 + 3 * j0}; });
+    last_pass_reversed<true, kSettle>(x, 64, rev);
 }
 
 // The closing radix-2 pass of order 3, into bit-reversed positions of `out`, NaNs settled.
