@@ -153,9 +153,11 @@ bool float_core(float* x, int order, const float* w, const int* rev, bool invers
     if (inverse)
         FloatOps::conj(x, n);
     const double* e = stage_twiddles(w, order);
-    if (order == 6) {
+    if (order == 4 || order == 6) {
+        using qx::fft::avx2::small_core;
         settle = settle && !inverse;
-        (settle ? qx::fft::avx2::core64<true> : qx::fft::avx2::core64<false>)(x, e, rev);
+        (order == 4 ? (settle ? small_core<4, true> : small_core<4, false>)
+                    : (settle ? small_core<6, true> : small_core<6, false>))(x, e, rev);
         if (inverse)
             FloatOps::conj(x, n);
         return settle;
