@@ -10,7 +10,7 @@
 #include <cstdint>
 
 #include "kvxpx.h"
-#include "qx_packed.h"
+#include "qx_packed_mirror.h"
 #include "qx_report.h"
 
 namespace {

@@ -478,17 +478,22 @@ inline void bits_fill(std::uint8_t* dst, int startPos, std::int64_t nBits, std::
 
 namespace detail {
 
+// Bits [q, q + 8) of a vector starting at bit 7 of byte 0 whose bytes run to
+// `last`; bytes outside 0..last are not read, their bits read as zero.
+inline std::uint8_t window(const std::uint8_t* v, std::int64_t last, std::int64_t q) noexcept {
+    const std::int64_t qb = q >> 3;  // floor: q may be negative
+    const unsigned sh = static_cast<unsigned>(q & 7);
+    const unsigned hi = (qb >= 0 && qb <= last) ? v[qb] : 0u;
+    const unsigned lo = (sh != 0 && qb + 1 >= 0 && qb + 1 <= last) ? v[qb + 1] : 0u;
+    return static_cast<std::uint8_t>(((hi << sh) | (lo >> ((8 - sh) & 7))) & 0xFFu);
+}
+
 // The source byte that lines up with destination byte j: bits q..q+7 of the
 // source stream with q = 8j + delta (delta = source offset - destination
-// offset). Bytes outside 0..srcLast are not read; their bits are zero here and
-// always fall outside the destination's masks.
+// offset). The bits of bytes outside 0..srcLast always fall outside the
+// destination's masks.
 inline std::uint8_t fetch_edge(const std::uint8_t* src, std::int64_t srcLast, std::int64_t j, int delta) noexcept {
-    const std::int64_t q = 8 * j + delta;
-    const std::int64_t qb = q >> 3;  // floor: q may be negative for j == 0
-    const unsigned sh = static_cast<unsigned>(q & 7);
-    const unsigned hi = (qb >= 0 && qb <= srcLast) ? src[qb] : 0u;
-    const unsigned lo = (sh != 0 && qb + 1 >= 0 && qb + 1 <= srcLast) ? src[qb + 1] : 0u;
-    return static_cast<std::uint8_t>(((hi << sh) | (lo >> ((8 - sh) & 7))) & 0xFFu);
+    return window(src, srcLast, 8 * j + delta);
 }
 
 }  // namespace detail
@@ -548,92 +553,6 @@ template <class Op>
 inline void nibbles_apply(std::uint8_t* dst, int dstStartPos, const std::uint8_t* a, const std::uint8_t* b,
                           int srcStartPos, std::int64_t n) noexcept {
     bits_apply<Op>(dst, nibble_bit_start(dstStartPos), a, b, nibble_bit_start(srcStartPos), 4 * n);
-}
-
-// ------------------------------------------------------------- mirroring
-
-namespace detail {
-
-[[gnu::always_inline]] inline void reverse_lanes(std::uint8_t* out, const std::uint8_t* in, std::size_t n) noexcept {
-    std::size_t i = 0;
-    for (; i + kLanes <= n; i += kLanes) {
-        const ByteLanes v = load_lanes<ByteLanes>(in + i);
-#if defined(__clang__)
-        const ByteLanes r = __builtin_shufflevector(v, v, 31, 30, 29, 28, 27, 26, 25, 24, 23, 22, 21, 20, 19, 18, 17, 16,
-                                                15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
-#else
-        const ByteLanes r = __builtin_shuffle(v, ByteLanes{31, 30, 29, 28, 27, 26, 25, 24, 23, 22, 21, 20, 19, 18, 17, 16, 15,
-                                                   14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0});
-#endif
-        store_lanes(out + (n - i - kLanes), r);
-    }
-    for (; i < n; ++i)
-        out[n - 1 - i] = in[i];
-}
-
-#if QX_PACKED_DISPATCH
-QX_PACKED_AVX2 inline void reverse_avx2(std::uint8_t* out, const std::uint8_t* in, std::size_t n) noexcept {
-    reverse_lanes(out, in, n);
-}
-#endif
-inline void reverse_base(std::uint8_t* out, const std::uint8_t* in, std::size_t n) noexcept {
-    reverse_lanes(out, in, n);
-}
-
-// Bits [q, q + 8) of a vector starting at bit 7 of byte 0 whose bytes run to
-// `last`; bits outside the vector read as zero.
-inline std::uint8_t window(const std::uint8_t* v, std::int64_t last, std::int64_t q) noexcept {
-    const std::int64_t qb = q >> 3;
-    const unsigned sh = static_cast<unsigned>(q & 7);
-    const unsigned hi = (qb >= 0 && qb <= last) ? v[qb] : 0u;
-    const unsigned lo = (sh != 0 && qb + 1 >= 0 && qb + 1 <= last) ? v[qb + 1] : 0u;
-    return static_cast<std::uint8_t>(((hi << sh) | (lo >> ((8 - sh) & 7))) & 0xFFu);
-}
-
-constexpr std::uint8_t reverse_bits(std::uint8_t b) noexcept {
-    unsigned x = b;
-    x = ((x & 0xF0u) >> 4) | ((x & 0x0Fu) << 4);
-    x = ((x & 0xCCu) >> 2) | ((x & 0x33u) << 2);
-    x = ((x & 0xAAu) >> 1) | ((x & 0x55u) << 1);
-    return static_cast<std::uint8_t>(x);
-}
-constexpr std::uint8_t swap_nibbles(std::uint8_t b) noexcept {
-    return static_cast<std::uint8_t>((b >> 4) | ((b & 0x0Fu) << 4));
-}
-
-// Output byte k holds pixels k*per .. k*per+per-1, which come from the input
-// pixels n-1-k*per down to n-per-k*per: one byte-wide window of the input,
-// reversed pixel by pixel. The last output byte is merged under its mask.
-template <int Bits>
-inline void mirror_packed(const std::uint8_t* in, std::uint8_t* out, std::int64_t nPixels) noexcept {
-    constexpr int per = 8 / Bits;
-    const std::int64_t nBits = nPixels * Bits;
-    const Span s = span(7, nBits);
-    for (std::int64_t k = 0; k <= s.last; ++k) {
-        const std::uint8_t w = window(in, s.last, (nPixels - per - k * per) * Bits);
-        const std::uint8_t r = Bits == 1 ? reverse_bits(w) : swap_nibbles(w);
-        out[k] = k == s.last ? merge(out[k], r, s.last == 0 ? s.first : s.tail) : r;
-    }
-}
-
-}  // namespace detail
-
-// out[n-1-i] = in[i] for n bytes (in and out apart).
-inline void reverse_bytes(std::uint8_t* out, const std::uint8_t* in, std::size_t n) noexcept {
-#if QX_PACKED_DISPATCH
-    if (use_avx2())
-        return detail::reverse_avx2(out, in, n);
-#endif
-    detail::reverse_base(out, in, n);
-}
-
-// Pixel c of the byte-aligned packed row `in` goes to pixel n-1-c of `out`;
-// bits of `out` after the row keep their values. Rows must not overlap.
-inline void mirror_bits(const std::uint8_t* in, std::uint8_t* out, std::int64_t n) noexcept {
-    detail::mirror_packed<1>(in, out, n);
-}
-inline void mirror_nibbles(const std::uint8_t* in, std::uint8_t* out, std::int64_t n) noexcept {
-    detail::mirror_packed<4>(in, out, n);
 }
 
 }  // namespace qx::packed

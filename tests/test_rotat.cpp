@@ -2,6 +2,9 @@
 // the centring and cropping rules, margins and neighbour bits untouched; the
 // checks stop at the first failure and never look at the status word.
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <random>
 #include <vector>
 
 #include "kvx_test.h"
@@ -22,7 +25,8 @@ const Rotator kRotate[4] = {rotate_signed, QXnRotateImage, QXyRotateImage, QXbRo
 
 // The centring rule written out per pixel: the overlap of input and output
 // (as turned) sits centred in both, halves rounded down.
-void reference(const PackedImage& in, PackedImage& out, int angle) {
+template <class In, class Out>
+void reference(const In& in, Out& out, int angle) {
     const bool half = angle == 180;
     // The output's extent along the input's rows and columns.
     const int tR = half ? out.rows : out.cols, tC = half ? out.cols : out.rows;
@@ -40,6 +44,33 @@ void reference(const PackedImage& in, PackedImage& out, int angle) {
                 out.set(oC0 + k, oR0 + H - 1 - m, v);
         }
 }
+
+// A byte image in one buffer with guard bytes on both sides: rows `pitch`
+// apart from `offset` bytes after a 64-byte boundary, so that the rows' lines
+// start where the test wants them (everywhere alike for a multiple of 64,
+// differently from row to row otherwise).
+struct Raster {
+    int rows, cols;
+    std::vector<std::uint8_t> buf;
+    std::vector<std::uint8_t*> ptrs;
+    Raster(int r, int c, int pitch, int offset, std::mt19937& rng)
+        : rows(r), cols(c), buf(static_cast<std::size_t>(r) * pitch + 256) {
+        for (auto& b : buf)
+            b = static_cast<std::uint8_t>(rng());
+        const auto at = reinterpret_cast<std::uintptr_t>(buf.data());
+        std::uint8_t* first = buf.data() + ((64 - at % 64) % 64) + 64 + offset;
+        for (int i = 0; i < r; ++i)
+            ptrs.push_back(first + static_cast<std::ptrdiff_t>(i) * pitch);
+    }
+    Raster(const Raster& o) : rows(o.rows), cols(o.cols), buf(o.buf) {
+        for (auto* p : o.ptrs)
+            ptrs.push_back(buf.data() + (p - o.buf.data()));
+    }
+    Raster& operator=(const Raster&) = delete;
+    int get(int r, int c) const { return ptrs[r][c]; }
+    void set(int r, int c, unsigned v) { ptrs[r][c] = static_cast<std::uint8_t>(v); }
+    unsigned char** p() { return ptrs.data(); }
+};
 
 }  // namespace
 
@@ -59,7 +90,7 @@ TEST_F(Rotate, EveryTypeAndAngleMatchesThePixelReference) {
     const int shapes[][4] = {{1, 1, 1, 1}, {2, 2, 4, 4}, {4, 4, 2, 2}, {5, 7, 9, 8}, {9, 8, 5, 7}, {16, 16, 16, 16},
                              {17, 33, 40, 18}, {37, 70, 50, 41}, {70, 37, 30, 90}, {3, 90, 100, 2}, {100, 3, 2, 100},
                              {0, 5, 5, 5}, {5, 5, 0, 3}, {200, 136, 72, 72}, {131, 150, 141, 131},
-                             // whole strips and 64x64 blocks with 32- and 16-column and ragged remainders
+                             // whole-line units of 128 and 64, bands of 16 to 48, and ragged rings
                              {300, 370, 390, 310}, {256, 256, 256, 256}, {129, 200, 210, 130}};
     for (int t : {SByte, Nibble, UByte, Bit})
         for (int angle : {90, -90, 180})
@@ -112,4 +143,28 @@ TEST_F(Rotate, StopsAtTheFirstFailedCheckAndIgnoresTheStatus) {
     EXPECT_EQ(QXyRotateImage(none, none, 180, 0, 0, 3, 3), 0);
     EXPECT_TRUE(got().empty());
     EXPECT_EQ(QXGetStatus(), QX_StsBadArg);
+}
+
+// The byte quarter turns go in whole-line units cut where the rows' lines
+// start; rows starting anywhere in a line, alike or differing from row to
+// row, and sizes with every kind of unit and ring give the pixel reference's
+// bytes, guard bytes and margins untouched.
+TEST_F(Rotate, BytesMatchThePixelReferenceWhereverTheRowsStart) {
+    std::mt19937 rng(11);
+    const int shapes[][4] = {{300, 290, 290, 300}, {131, 77, 70, 140}, {64, 64, 64, 64}, {17, 200, 201, 18},
+                             {200, 150, 140, 210}};
+    for (int pitch : {512, 517})
+        for (int offset : {0, 5, 16, 48})
+            for (const auto& sh : shapes)
+                for (int angle : {90, -90})
+                    for (int t : {SByte, UByte})
+                        on_every_path([&](int path) {
+                            Raster in(sh[0], sh[1], pitch, (3 * offset) % 64, rng);
+                            Raster out(sh[2], sh[3], pitch, offset, rng), want(out);
+                            reference(in, want, angle);
+                            ASSERT_EQ(kRotate[t](in.p(), out.p(), angle, sh[0], sh[1], sh[2], sh[3]), 0);
+                            ASSERT_EQ(out.buf, want.buf) << "pitch " << pitch << " offset " << offset << " shape "
+                                                         << &sh - shapes << " angle " << angle << " path " << path;
+                        });
+    EXPECT_TRUE(got().empty());
 }

@@ -1,0 +1,237 @@
+// Byte transposes of the quarter turns (see qx_rotat.h for the sides).
+//
+// The plain path turns 16x16 blocks in SSE2 registers. With AVX2 the image
+// goes in units of up to 128x128 bytes cut where the rows' 64-byte lines
+// start: every input line is read whole at once, every output line written
+// whole at once, and a unit's lines lie at two columns so that they spread
+// over more first-level cache sets (rows a power of two apart share few of
+// them). A ring of fewer than 16 rows or columns goes pixel by pixel.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+
+#include "qx_cpu.h"
+#include "qx_rotat.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#if defined(__x86_64__) && defined(__GNUC__)
+#define QX_ROTATE_AVX2 1
+#include <immintrin.h>
+#endif
+#endif
+
+namespace qx::rotat {
+
+// Rows [m0, m1) and columns [k0, k1) of the transpose, one byte at a time.
+inline void transpose_byte_pixels(const Sides& s, i64 ic, i64 oc, i64 m0, i64 m1, i64 k0, i64 k1) {
+    for (i64 m = m0; m < m1; ++m) {
+        const std::uint8_t* src = s.in(m);
+        for (i64 k = k0; k < k1; ++k)
+            s.out(k)[oc + m] = src[ic + k];
+    }
+}
+
+#if defined(__SSE2__)
+// 16x16 byte transpose in registers: four rounds of interleaving row i with
+// row i+8 rotate the 8-bit (row, lane) index by one bit each, so after four
+// rounds row and lane have swapped.
+inline void transpose16(__m128i x[16]) {
+    for (int round = 0; round < 4; ++round) {
+        __m128i y[16];
+        for (int i = 0; i < 8; ++i) {
+            y[2 * i] = _mm_unpacklo_epi8(x[i], x[i + 8]);
+            y[2 * i + 1] = _mm_unpackhi_epi8(x[i], x[i + 8]);
+        }
+        for (int i = 0; i < 16; ++i)
+            x[i] = y[i];
+    }
+}
+
+constexpr i64 kTile = 128;  // output rows of a tile stay in the second-level cache
+
+// Columns [0, Ws) of input rows [0, Hs), both multiples of Block::step and 16,
+// through register transposes, a tile of output rows at a time. Block::run
+// transposes the 16 rows src[i] + k into the step output rows d[j] + m.
+template <class Block>
+inline void tiled_transpose(const Sides& s, i64 ic, i64 oc, i64 Hs, i64 Ws) {
+    std::uint8_t* dst[kTile];
+    for (i64 kt = 0; kt < Ws; kt += kTile) {
+        const i64 kEnd = kt + kTile < Ws ? kt + kTile : Ws;
+        for (i64 k = kt; k < kEnd; ++k)
+            dst[k - kt] = s.out(k) + oc;
+        for (i64 m = 0; m < Hs; m += 16) {
+            const std::uint8_t* src[16];
+            for (int i = 0; i < 16; ++i)
+                src[i] = s.in(m + i) + ic;
+            for (i64 k = kt; k < kEnd; k += Block::step)
+                Block::run(src, k, dst + (k - kt), m);
+        }
+    }
+}
+
+// 16 columns per step: one 16x16 transpose.
+struct Sse2Block {
+    static constexpr i64 step = 16;
+    static void run(const std::uint8_t* const* src, i64 k, std::uint8_t* const* d, i64 m) {
+        __m128i x[16];
+        for (int i = 0; i < 16; ++i)
+            x[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src[i] + k));
+        transpose16(x);
+        for (int i = 0; i < 16; ++i)
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(d[i] + m), x[i]);
+    }
+};
+#endif
+
+// Any rectangle on the plain path: 16x16 register transposes, the ragged
+// right and bottom edges pixel by pixel. Flattened, so that the scaffold and
+// the block are inlined into it.
+__attribute__((flatten)) inline void transpose_bytes_plain(const Sides& s, i64 ic, i64 oc, i64 H, i64 W) {
+    i64 Hs = 0, Ws = 0;
+#if defined(__SSE2__)
+    Hs = H & ~i64{15};
+    Ws = W & ~i64{15};
+    tiled_transpose<Sse2Block>(s, ic, oc, Hs, Ws);
+#endif
+    transpose_byte_pixels(s, ic, oc, 0, Hs, Ws, W);
+    transpose_byte_pixels(s, ic, oc, Hs, H, 0, W);
+}
+
+#if defined(QX_ROTATE_AVX2)
+// Eight rows src[i] + k, 32 bytes each (16 with `half`), turned part way: in
+// each 128-bit half of t[j] (the high half 16 columns on) lie column 2j of the
+// eight rows, then column 2j + 1. Three rounds interleave bytes, pairs, then
+// quads of rows.
+QX_TARGET_AVX2 inline void turn8(const std::uint8_t* const* src, i64 k, bool half, __m256i t[8]) {
+    __m256i a[8], b[8];
+    for (int i = 0; i < 8; ++i)
+        a[i] = half ? _mm256_zextsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(src[i] + k)))
+                    : _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src[i] + k));
+    for (int i = 0; i < 4; ++i) {  // b[2i], b[2i+1]: columns 0-7, 8-15 of rows 2i, 2i+1
+        b[2 * i] = _mm256_unpacklo_epi8(a[2 * i], a[2 * i + 1]);
+        b[2 * i + 1] = _mm256_unpackhi_epi8(a[2 * i], a[2 * i + 1]);
+    }
+    for (int p = 0; p < 2; ++p)  // a[4p + c]: columns 4c..4c+3 of rows 4p..4p+3
+        for (int h = 0; h < 2; ++h) {
+            a[4 * p + 2 * h] = _mm256_unpacklo_epi16(b[4 * p + h], b[4 * p + 2 + h]);
+            a[4 * p + 2 * h + 1] = _mm256_unpackhi_epi16(b[4 * p + h], b[4 * p + 2 + h]);
+        }
+    for (int c = 0; c < 4; ++c) {
+        t[2 * c] = _mm256_unpacklo_epi32(a[c], a[4 + c]);
+        t[2 * c + 1] = _mm256_unpackhi_epi32(a[c], a[4 + c]);
+    }
+}
+
+constexpr int kUnit = 128;                // most rows and columns of a unit
+using Turned = __m256i[kUnit / 32][8];    // one turned group: 32-column quarter, column pair
+
+// Output columns 2j, 2j + 1, 2j + 16, 2j + 17 (the first nCols of them) of
+// the 32 rows in the turned groups g[0..3] (32-byte pieces), or of the 16 rows
+// in g[0..1] (16-byte pieces), written at p[i].
+QX_TARGET_AVX2 inline void put_columns(const Turned* g, int q, int j, int rows, std::uint8_t* const p[4], int nCols) {
+    const __m256i lo01 = _mm256_unpacklo_epi64(g[0][q][j], g[1][q][j]);
+    const __m256i hi01 = _mm256_unpackhi_epi64(g[0][q][j], g[1][q][j]);
+    if (rows >= 32) {
+        const __m256i lo23 = _mm256_unpacklo_epi64(g[2][q][j], g[3][q][j]);
+        const __m256i hi23 = _mm256_unpackhi_epi64(g[2][q][j], g[3][q][j]);
+        const __m256i c[4] = {_mm256_permute2x128_si256(lo01, lo23, 0x20), _mm256_permute2x128_si256(hi01, hi23, 0x20),
+                              _mm256_permute2x128_si256(lo01, lo23, 0x31), _mm256_permute2x128_si256(hi01, hi23, 0x31)};
+        for (int i = 0; i < nCols; ++i)
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(p[i]), c[i]);
+    } else {
+        const __m128i c[4] = {_mm256_castsi256_si128(lo01), _mm256_castsi256_si128(hi01),
+                              _mm256_extracti128_si256(lo01, 1), _mm256_extracti128_si256(hi01, 1)};
+        for (int i = 0; i < nCols; ++i)
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(p[i]), c[i]);
+    }
+}
+
+// A unit of R input rows src[i] (from the unit's first column) and C columns,
+// both multiples of 16 up to kUnit, into output rows d[j] + m. All input
+// lines are read first, each whole at once, into part-turned groups (held in
+// the first-level cache); then the output lines are written, each whole at
+// once, the unit's line columns taking turns.
+QX_TARGET_AVX2 [[gnu::always_inline]] inline void turn_unit(const std::uint8_t* const* src, std::uint8_t* const* d,
+                                                            i64 m, int R, int C) {
+    Turned t[kUnit / 8];
+    const int Q = (C + 31) / 32;
+    for (int g = 0; g < R / 8; ++g)
+        for (int q = 0; q < Q; ++q)
+            turn8(src + 8 * g, 32 * q, C - 32 * q == 16, t[g][q]);
+    for (int q = 0; q < Q; ++q) {
+        const int nCols = C - 32 * q == 16 ? 2 : 4;
+        for (int j = 0; j < 8; ++j) {
+            const int col[4] = {32 * q + 2 * j, 32 * q + 2 * j + 1, 32 * q + 2 * j + 16, 32 * q + 2 * j + 17};
+            for (int r = 0; r < R; r += 32) {
+                std::uint8_t* p[4] = {};
+                for (int i = 0; i < nCols; ++i)
+                    p[i] = d[col[i]] + m + r;
+                put_columns(t + r / 8, q, j, R - r, p, nCols);
+            }
+        }
+    }
+}
+
+// Bytes from p to the next 64-byte boundary.
+inline i64 line_gap(const std::uint8_t* p) { return static_cast<i64>(-reinterpret_cast<std::uintptr_t>(p) & 63u); }
+
+// The end of the unit starting at `pos` along a side whose units span
+// [.., e) and whose lines start at g (mod 64): up to g, then kUnit (or 64) at a
+// time up to the last line start, then up to e.
+inline i64 unit_end(i64 pos, i64 g, i64 e) {
+    const i64 last = g + ((e - g) & ~i64{63});
+    if (pos < g)
+        return std::min(g, e);
+    return pos < last ? std::min(pos + kUnit, last) : e;
+}
+
+// Rows [m0, m1) and columns [k0, k1) of the transpose, whose output and input
+// lines start at gm and gk, in units cut at the line starts, a strip of
+// columns at a time down the rows.
+QX_TARGET_AVX2 inline void turn_units(const Sides& s, i64 ic, i64 oc, i64 m0, i64 m1, i64 gm, i64 k0, i64 k1, i64 gk) {
+    std::uint8_t* dst[kUnit];
+    const std::uint8_t* src[kUnit];
+    for (i64 k = k0, ke; k < k1 && m0 < m1; k = ke) {
+        ke = unit_end(k, gk, k1);
+        for (i64 j = 0; j < ke - k; ++j)
+            dst[j] = s.out(k + j) + oc;
+        for (i64 m = m0, me; m < m1; m = me) {
+            me = unit_end(m, gm, m1);
+            for (i64 i = 0; i < me - m; ++i)
+                src[i] = s.in(m + i) + ic + k;
+            if (me - m == kUnit && ke - k == kUnit)  // the common size, its loops unrolled
+                turn_unit(src, dst, m, kUnit, kUnit);
+            else
+                turn_unit(src, dst, m, static_cast<int>(me - m), static_cast<int>(ke - k));
+        }
+    }
+}
+
+// Whole-line units between the first rows and columns of 16 that the lines
+// of the first output row and the first input row allow (rows whose lines
+// start elsewhere are still turned right, only slower); the ring of fewer
+// than 16 rows or columns around them pixel by pixel.
+QX_TARGET_AVX2 inline void transpose_bytes_avx2(const Sides& s, i64 ic, i64 oc, i64 H, i64 W) {
+    const i64 gm = line_gap(s.out(0) + oc), gk = line_gap(s.in(0) + ic);
+    const i64 m0 = std::min(H, gm % 16), k0 = std::min(W, gk % 16);
+    const i64 m1 = m0 + ((H - m0) & ~i64{15}), k1 = k0 + ((W - k0) & ~i64{15});
+    turn_units(s, ic, oc, m0, m1, gm, k0, k1, gk);
+    transpose_byte_pixels(s, ic, oc, 0, m0, 0, W);
+    transpose_byte_pixels(s, ic, oc, m1, H, 0, W);
+    transpose_byte_pixels(s, ic, oc, m0, m1, 0, k0);
+    transpose_byte_pixels(s, ic, oc, m0, m1, k1, W);
+}
+#endif
+
+// out(k)[oc + m] = in(m)[ic + k] for m < H, k < W (both positive).
+inline void transpose_bytes(const Sides& s, i64 ic, i64 oc, i64 H, i64 W) {
+#if defined(QX_ROTATE_AVX2)
+    if (qx::cpu::at_least(qx::cpu::Path::avx2))
+        return transpose_bytes_avx2(s, ic, oc, H, W);
+#endif
+    transpose_bytes_plain(s, ic, oc, H, W);
+}
+
+}  // namespace qx::rotat
