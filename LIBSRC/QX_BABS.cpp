@@ -34,71 +34,55 @@ void abs_copy(const T* src, T* dst, long n) noexcept {
         dst[k] = magnitude(src[k]);
 }
 
+// The checks, reported on the caller's line ("src==0" only for the copying
+// form), then the work.
+template <bool Copy, class T>
+int checked_abs(const qx::Report& r, const T* src, T* dst, int n, qx::where loc = qx::where::current()) noexcept {
+    if constexpr (Copy)
+        r.checks(n, {{src, "src==0"}, {dst, "dst==0"}}, loc);
+    else
+        r.checks(n, {{dst, "dst==0"}}, loc);
+    if (qx::Report::failed())
+        return QXGetStatus();
+    if constexpr (Copy)
+        abs_copy(src, dst, n);
+    else
+        abs_in_place(dst, n);
+    return 0;
+}
+
 }  // namespace
 
 extern "C" {
 
 QX_API int QXtbAbs(signed char* srcDst, int n) {
     constexpr qx::Report r{"QXtbAbs"};
-    r.check(n <= 0, "n<=0");
-    r.check(srcDst == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return QXGetStatus();
-    abs_in_place(srcDst, n);
-    return 0;
+    return checked_abs<false>(r, srcDst, srcDst, n);
 }
 
 QX_API int QXwbAbs(short* srcDst, int n) {
     constexpr qx::Report r{"QXwbAbs"};
-    r.check(n <= 0, "n<=0");
-    r.check(srcDst == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return QXGetStatus();
-    abs_in_place(srcDst, n);
-    return 0;
+    return checked_abs<false>(r, srcDst, srcDst, n);
 }
 
 QX_API int QXsbAbs(float* srcDst, int n) {
     constexpr qx::Report r{"QXsbAbs"};
-    r.check(n <= 0, "n<=0");
-    r.check(srcDst == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return QXGetStatus();
-    abs_in_place(srcDst, n);
-    return 0;
+    return checked_abs<false>(r, srcDst, srcDst, n);
 }
 
 QX_API int QXtbAbs2(const signed char* src, signed char* dst, int n) {
     constexpr qx::Report r{"QXtbAbs2"};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(dst == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return QXGetStatus();
-    abs_copy(src, dst, n);
-    return 0;
+    return checked_abs<true>(r, src, dst, n);
 }
 
 QX_API int QXwbAbs2(const short* src, short* dst, int n) {
     constexpr qx::Report r{"QXwbAbs2"};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(dst == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return QXGetStatus();
-    abs_copy(src, dst, n);
-    return 0;
+    return checked_abs<true>(r, src, dst, n);
 }
 
 QX_API int QXsbAbs2(const float* src, float* dst, int n) {
     constexpr qx::Report r{"QXsbAbs2"};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(dst == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return QXGetStatus();
-    abs_copy(src, dst, n);
-    return 0;
+    return checked_abs<true>(r, src, dst, n);
 }
 
 }  // extern "C"

@@ -54,6 +54,17 @@ unsigned char extreme_nibble(const std::uint8_t* v, int startPos, long n, int* p
     return static_cast<unsigned char>(best);
 }
 
+// The checks of the whole-element forms, reported on the caller's line, then
+// the scan; 0 when a check failed or an error was pending.
+template <bool Largest, class T>
+T checked_extreme(const qx::Report& r, const T* src, int n, int* position,
+                  qx::where loc = qx::where::current()) noexcept {
+    r.checks(n, {{src, "src==0"}, {position, "position==0"}}, loc);
+    if (qx::Report::failed())
+        return 0;
+    return extreme<Largest>(src, n, position);
+}
+
 }  // namespace
 
 extern "C" {
@@ -84,82 +95,42 @@ QX_API unsigned char QXnMax(const unsigned char* src, int startPos, int n, int* 
 
 QX_API unsigned char QXyMin(const unsigned char* src, int n, int* position) {
     constexpr qx::Report r{"QXyMin"};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(position == nullptr, "position==0");
-    if (qx::Report::failed())
-        return 0;
-    return extreme<false>(src, n, position);
+    return checked_extreme<false>(r, src, n, position);
 }
 
 QX_API unsigned char QXyMax(const unsigned char* src, int n, int* position) {
     constexpr qx::Report r{"QXyMax"};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(position == nullptr, "position==0");
-    if (qx::Report::failed())
-        return 0;
-    return extreme<true>(src, n, position);
+    return checked_extreme<true>(r, src, n, position);
 }
 
 QX_API signed char QXtMin(const signed char* src, int n, int* position) {
     constexpr qx::Report r{"QXtMin"};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(position == nullptr, "position==0");
-    if (qx::Report::failed())
-        return 0;
-    return extreme<false>(src, n, position);
+    return checked_extreme<false>(r, src, n, position);
 }
 
 QX_API signed char QXtMax(const signed char* src, int n, int* position) {
     constexpr qx::Report r{"QXtMax"};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(position == nullptr, "position==0");
-    if (qx::Report::failed())
-        return 0;
-    return extreme<true>(src, n, position);
+    return checked_extreme<true>(r, src, n, position);
 }
 
 QX_API short QXwMin(const short* src, int n, int* position) {
     constexpr qx::Report r{"QXwMin"};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(position == nullptr, "position==0");
-    if (qx::Report::failed())
-        return 0;
-    return extreme<false>(src, n, position);
+    return checked_extreme<false>(r, src, n, position);
 }
 
 QX_API short QXwMax(const short* src, int n, int* position) {
     constexpr qx::Report r{"QXwMax"};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(position == nullptr, "position==0");
-    if (qx::Report::failed())
-        return 0;
-    return extreme<true>(src, n, position);
+    return checked_extreme<true>(r, src, n, position);
 }
 
 QX_API float QXsMin(const float* src, int n, int* position) {
     constexpr qx::Report r{"QXsMin"};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(position == nullptr, "position==0");
-    if (qx::Report::failed())
-        return 0;
-    return extreme<false>(src, n, position);
+    return checked_extreme<false>(r, src, n, position);
 }
 
 QX_API float QXsMax(const float* src, int n, int* position) {
     constexpr qx::Report r{"QXsMax"};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(position == nullptr, "position==0");
-    if (qx::Report::failed())
-        return 0;
-    return extreme<true>(src, n, position);
+    return checked_extreme<true>(r, src, n, position);
 }
 
 }  // extern "C"

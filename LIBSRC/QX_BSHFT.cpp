@@ -48,76 +48,57 @@ void shift_nibbles(std::uint8_t* v, int dstPos, long n, int shift) noexcept {
         qx::packed::set_nibble(v, dstPos, k, one(qx::packed::get_nibble(v, dstPos, k)));
 }
 
+// The checks of the whole-element forms, reported on the caller's line, then
+// the shift.
+template <bool Left, class E>
+int checked_shift(const qx::Report& r, typename E::T* srcDst, int n, int shift,
+                  qx::where loc = qx::where::current()) noexcept {
+    r.checks(n, {{srcDst, "dst==0"}}, loc);
+    if (qx::Report::failed())
+        return QXGetStatus();
+    shift_all<Left, E>(srcDst, n, shift);
+    return 0;
+}
+
 }  // namespace
 
 extern "C" {
 
 QX_API int QXybShiftL(unsigned char* srcDst, int n, int shift) {
     constexpr qx::Report r{"QXybShiftL"};
-    r.check(n <= 0, "n<=0");
-    r.check(srcDst == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return QXGetStatus();
-    shift_all<true, qx::U8>(srcDst, n, shift);
-    return 0;
+    return checked_shift<true, qx::U8>(r, srcDst, n, shift);
 }
 
 QX_API int QXtbShiftL(signed char* srcDst, int n, int shift) {
     constexpr qx::Report r{"QXtbShiftL"};
-    r.check(n <= 0, "n<=0");
-    r.check(srcDst == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return QXGetStatus();
-    shift_all<true, qx::S8>(srcDst, n, shift);
-    return 0;
+    return checked_shift<true, qx::S8>(r, srcDst, n, shift);
 }
 
 QX_API int QXwbShiftL(short* srcDst, int n, int shift) {
     constexpr qx::Report r{"QXwbShiftL"};
-    r.check(n <= 0, "n<=0");
-    r.check(srcDst == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return QXGetStatus();
-    shift_all<true, qx::S16>(srcDst, n, shift);
-    return 0;
+    return checked_shift<true, qx::S16>(r, srcDst, n, shift);
 }
 
 QX_API int QXybShiftR(unsigned char* srcDst, int n, int shift) {
     constexpr qx::Report r{"QXybShiftR"};
-    r.check(n <= 0, "n<=0");
-    r.check(srcDst == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return QXGetStatus();
-    shift_all<false, qx::U8>(srcDst, n, shift);
-    return 0;
+    return checked_shift<false, qx::U8>(r, srcDst, n, shift);
 }
 
 QX_API int QXtbShiftR(signed char* srcDst, int n, int shift) {
     constexpr qx::Report r{"QXtbShiftR"};
-    r.check(n <= 0, "n<=0");
-    r.check(srcDst == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return QXGetStatus();
-    shift_all<false, qx::S8>(srcDst, n, shift);
-    return 0;
+    return checked_shift<false, qx::S8>(r, srcDst, n, shift);
 }
 
 QX_API int QXwbShiftR(short* srcDst, int n, int shift) {
     constexpr qx::Report r{"QXwbShiftL"};  // reports under the left shift's name
-    r.check(n <= 0, "n<=0");
-    r.check(srcDst == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return QXGetStatus();
-    shift_all<false, qx::S16>(srcDst, n, shift);
-    return 0;
+    return checked_shift<false, qx::S16>(r, srcDst, n, shift);
 }
 
 QX_API int QXnbShiftL(unsigned char* srcDst, int dstStartPos, int n, int shift) {
     constexpr qx::Report r{"QXnbShiftL"};
     r.check(dstStartPos < 0, "dstStartPos<0");
     r.check(dstStartPos > 1, "dstStartPos>1");
-    r.check(n <= 0, "n<=0");
-    r.check(srcDst == nullptr, "dst==0");
+    r.checks(n, {{srcDst, "dst==0"}});
     if (qx::Report::failed())
         return QXGetStatus();
     shift_nibbles<true>(srcDst, dstStartPos, n, shift);
@@ -128,8 +109,7 @@ QX_API int QXnbShiftR(unsigned char* srcDst, int dstStartPos, int n, int shift) 
     constexpr qx::Report r{"QXnbShiftR"};
     r.check(dstStartPos < 0, "dstStartPos<0");
     r.check(dstStartPos > 1, "dstStartPos>1");
-    r.check(n <= 0, "n<=0");
-    r.check(srcDst == nullptr, "dst==0");
+    r.checks(n, {{srcDst, "dst==0"}});
     if (qx::Report::failed())
         return QXGetStatus();
     shift_nibbles<false>(srcDst, dstStartPos, n, shift);

@@ -14,6 +14,7 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 #include "kvxpx.h"
 #include "qx_packed.h"
@@ -125,6 +126,24 @@ Scaled scale_sum(std::int64_t sum, int doScale, int* scaleFactor) noexcept {
     }
 }
 
+// The checks of the whole-element forms, reported on the caller's line, then
+// the sum, its scaling and its range reports.
+template <class T>
+int checked_sum(const qx::Report& r, const T* src, int n, int doScale, int* scaleFactor,
+                qx::where loc = qx::where::current()) noexcept {
+    r.scaling(doScale, scaleFactor, loc);
+    r.checks(n, {{src, "dst==0"}}, loc);
+    if (qx::Report::failed())
+        return 0;
+    Scaled s{};
+    if constexpr (std::is_same_v<T, unsigned char>)
+        s = scale_sum(sum_bytes(src, n), doScale, scaleFactor);
+    else
+        s = scale_sum(sum_signed(src, n), doScale, scaleFactor);
+    r.range(s.over, s.under, 0, loc);
+    return s.value;
+}
+
 }  // namespace
 
 extern "C" {
@@ -159,44 +178,22 @@ QX_API int QXnSum(const unsigned char* src, int startPos, int n, int doScale, in
 
 QX_API int QXySum(const unsigned char* src, int n, int doScale, int* scaleFactor) {
     constexpr qx::Report r{"QXySum "};
-    r.scaling(doScale, scaleFactor);
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return 0;
-    Scaled s = scale_sum(sum_bytes(src, n), doScale, scaleFactor);
-    r.range(s.over, s.under);
-    return s.value;
+    return checked_sum(r, src, n, doScale, scaleFactor);
 }
 
 QX_API int QXtSum(const signed char* src, int n, int doScale, int* scaleFactor) {
     constexpr qx::Report r{"QXtSum "};
-    r.scaling(doScale, scaleFactor);
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return 0;
-    Scaled s = scale_sum(sum_signed(src, n), doScale, scaleFactor);
-    r.range(s.over, s.under);
-    return s.value;
+    return checked_sum(r, src, n, doScale, scaleFactor);
 }
 
 QX_API int QXwSum(const short* src, int n, int doScale, int* scaleFactor) {
     constexpr qx::Report r{"QXwSum "};
-    r.scaling(doScale, scaleFactor);
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "dst==0");
-    if (qx::Report::failed())
-        return 0;
-    Scaled s = scale_sum(sum_signed(src, n), doScale, scaleFactor);
-    r.range(s.over, s.under);
-    return s.value;
+    return checked_sum(r, src, n, doScale, scaleFactor);
 }
 
 QX_API float QXsSum(const float* src, int n) {
     constexpr qx::Report r{"QXsSum "};
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "dst==0");
+    r.checks(n, {{src, "dst==0"}});
     if (qx::Report::failed())
         return 0;
     float s = 0;

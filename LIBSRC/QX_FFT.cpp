@@ -153,6 +153,15 @@ bool float_core(float* x, int order, const float* w, const int* rev, bool invers
     if (inverse)
         FloatOps::conj(x, n);
     const double* e = stage_twiddles(w, order);
+    if (order == 4 || order == 6) {
+        using qx::fft::avx2::small_core;
+        settle = settle && !inverse;
+        (order == 4 ? (settle ? small_core<4, true> : small_core<4, false>)
+                    : (settle ? small_core<6, true> : small_core<6, false>))(x, e, rev);
+        if (inverse)
+            FloatOps::conj(x, n);
+        return settle;
+    }
     std::size_t t = 1;
     for (std::size_t q = n / 4; q >= 2; q /= 4, t *= 4) {
         qx::fft::avx2::stage_avx2(x, n, q, t, w, q >= 4 ? e : nullptr);
@@ -207,6 +216,13 @@ inline void finish(float* x, std::size_t count, bool settle, bool scale, float f
 }
 
 void complex_float(float* x, int order, const float* w, const int* rev, bool inverse, bool scale) noexcept {
+#if QX_FFT_X86
+    if (!inverse && (order == 4 || order == 6) && use_avx2()) {  // the short way for short transforms
+        (order == 4 ? qx::fft::avx2::small_core<4, true> : qx::fft::avx2::small_core<6, true>)(
+            x, stage_twiddles(w, order), rev);
+        return;
+    }
+#endif
     const bool settled = float_core(x, order, w, rev, inverse, true);
     finish(x, 2 * points(order), !settled, scale, 1.0f / static_cast<float>(points(order)));
 }

@@ -162,9 +162,7 @@ Server* init_server(const Report& r, T* weightVect, T** meanVect, T*** InverseCo
 template <class Server, class T>
 double eval_server(const Report& r, const Server* server, const T* vect, int n, double formScale, bool& ok) {
     ok = false;
-    r.check(n <= 0, "n<=0");
-    r.check(server == nullptr, "server==0");
-    r.check(vect == nullptr, "vect==0");
+    r.checks(n, {{server, "server==0"}, {vect, "vect==0"}});
     if (qx::Report::failed())
         return 0.0;
     if (server->useExpTable && !expTablesBuilt) {

@@ -23,25 +23,19 @@ using u8 = std::uint8_t;
 
 // Byte, short and float Zero, Set and Not; byte and short X2s.
 bool dst_checks(const Report& r, int n, const void* dst) {
-    r.check(n <= 0, "n<=0");
-    r.check(dst == nullptr, "dst==0");
+    r.checks(n, {{dst, "dst==0"}});
     return !qx::Report::failed();
 }
 
 // Byte, short and float Copy; byte and short X2.
 bool src_dst_checks(const Report& r, int n, const void* src, const void* dst) {
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(dst == nullptr, "dst==0");
+    r.checks(n, {{src, "src==0"}, {dst, "dst==0"}});
     return !qx::Report::failed();
 }
 
 // Byte and short X3.
 bool two_src_checks(const Report& r, int n, const void* srcA, const void* srcB, const void* dst) {
-    r.check(n <= 0, "n<=0");
-    r.check(srcA == nullptr, "srcA==0");
-    r.check(srcB == nullptr, "srcB==0");
-    r.check(dst == nullptr, "dst==0");
+    r.checks(n, {{srcA, "srcA==0"}, {srcB, "srcB==0"}, {dst, "dst==0"}});
     return !qx::Report::failed();
 }
 
@@ -77,9 +71,7 @@ bool packed_src_dst_checks(const Report& r, const PosCheck& s, int srcStartPos, 
                            int n, const void* src, const void* dst) {
     position_checks(r, s, srcStartPos);
     position_checks(r, d, dstStartPos);
-    r.check(n <= 0, "n<=0");
-    r.check(src == nullptr, "src==0");
-    r.check(dst == nullptr, "dst==0");
+    r.checks(n, {{src, "src==0"}, {dst, "dst==0"}});
     return !qx::Report::failed();
 }
 
@@ -88,18 +80,14 @@ bool packed_two_src_checks(const Report& r, const PosCheck& s, int srcStartPos, 
                            int n, const void* srcA, const void* srcB, const void* dst) {
     position_checks(r, s, srcStartPos);
     position_checks(r, d, dstStartPos);
-    r.check(n <= 0, "n<=0");
-    r.check(srcA == nullptr, "srcA==0");
-    r.check(srcB == nullptr, "srcB==0");
-    r.check(dst == nullptr, "dst==0");
+    r.checks(n, {{srcA, "srcA==0"}, {srcB, "srcB==0"}, {dst, "dst==0"}});
     return !qx::Report::failed();
 }
 
 // Nibble X2s: the position first, the pointer last.
 bool nibble_scalar_checks(const Report& r, int dstStartPos, int n, const void* dst) {
     position_checks(r, kNibbleDst, dstStartPos);
-    r.check(n <= 0, "n<=0");
-    r.check(dst == nullptr, "dst==0");
+    r.checks(n, {{dst, "dst==0"}});
     return !qx::Report::failed();
 }
 

@@ -80,8 +80,7 @@ void release_cache(WinCache& cache) noexcept {
 // The float window of one kind, reported under that kind's float name.
 void float_window(WinKind kind, float* vect, int n) noexcept {
     const qx::Report& r = kFloatName[kind];
-    r.check(n <= 0, "n<=0");
-    r.check(vect == nullptr, "vect==0");
+    r.checks(n, {{vect, "vect==0"}});
     if (qx::Report::failed())
         return;
 
@@ -124,8 +123,7 @@ void float_window(WinKind kind, float* vect, int n) noexcept {
 void short_window(WinKind kind, short* vect, int n, int doScale, int* scaleFactor) noexcept {
     const qx::Report& r = kShortName[kind];
     r.scaling(doScale, scaleFactor);
-    r.check(n <= 0, "n<=0");
-    r.check(vect == nullptr, "vect==0");
+    r.checks(n, {{vect, "vect==0"}});
     if (qx::Report::failed())
         return;
 
@@ -197,8 +195,7 @@ extern "C" {
 
 QX_API int QXsPreemphasize(float* vect, float coefficient, int n) {
     constexpr qx::Report r{"QXsPreemphasize"};
-    r.check(n <= 0, "n<=0");
-    r.check(vect == nullptr, "vect==0");
+    r.checks(n, {{vect, "vect==0"}});
     if (qx::Report::failed() || n == 1)
         return QXGetStatus();
     preemphasize_float(vect, static_cast<double>(coefficient), n);
@@ -208,8 +205,7 @@ QX_API int QXsPreemphasize(float* vect, float coefficient, int n) {
 QX_API int QXwPreemphasize(short* vect, float coefficient, int n, int doScale, int* scaleFactor) {
     constexpr qx::Report r{"QXwPreemphasize"};
     r.scaling(doScale, scaleFactor);
-    r.check(n <= 0, "n<=0");
-    r.check(vect == nullptr, "vect==0");
+    r.checks(n, {{vect, "vect==0"}});
     if (qx::Report::failed())
         return QXGetStatus();
 

@@ -177,13 +177,23 @@ QX_AVX2 inline __m256d sum_dif(__m256d uv) noexcept {
 // one per quarter) land as four runs of four at middle rev M: the runs are
 // transposed in float, widened, combined and stored whole, the blocks M and
 // rev M together.
-template <bool kRadix4, bool kSettle>
+// Four complex floats read as the two halves the stage before stored: a
+// whole-vector read of two recent half-vector stores would wait for them to
+// reach the cache instead of taking them from the store buffer (small
+// transforms, whose last stage's stores are all still recent).
+template <bool kHalves>
+QX_AVX2 inline __m256d run4(const float* p) noexcept {
+    if constexpr (kHalves)
+        return _mm256_castps_pd(_mm256_insertf128_ps(_mm256_castps128_ps256(_mm_loadu_ps(p)), _mm_loadu_ps(p + 4), 1));
+    return _mm256_castps_pd(_mm256_loadu_ps(p));
+}
+
+template <bool kRadix4, bool kSettle, bool kHalves>
 QX_AVX2 inline void last_block(const float* x, std::size_t quarter, std::size_t at, __m256 y[4]) noexcept {
     // Runs in the lane order of their destination: quarters 0, 2, 1, 3.
     const float* p = x + 2 * at;
-    const __m256d g0 = _mm256_castps_pd(_mm256_loadu_ps(p)), g1 = _mm256_castps_pd(_mm256_loadu_ps(p + 4 * quarter));
-    const __m256d g2 = _mm256_castps_pd(_mm256_loadu_ps(p + 2 * quarter));
-    const __m256d g3 = _mm256_castps_pd(_mm256_loadu_ps(p + 6 * quarter));
+    const __m256d g0 = run4<kHalves>(p), g1 = run4<kHalves>(p + 4 * quarter);
+    const __m256d g2 = run4<kHalves>(p + 2 * quarter), g3 = run4<kHalves>(p + 6 * quarter);
     const __m256d t0 = _mm256_unpacklo_pd(g0, g1), t1 = _mm256_unpackhi_pd(g0, g1);
     const __m256d t2 = _mm256_unpacklo_pd(g2, g3), t3 = _mm256_unpackhi_pd(g2, g3);
     const __m256 v[4] = {_mm256_castpd_ps(_mm256_permute2f128_pd(t0, t2, 0x20)),
@@ -217,7 +227,7 @@ QX_AVX2 inline void last_block(const float* x, std::size_t quarter, std::size_t 
         y[k] = kSettle ? settle(_mm256_set_m128(half[1][k], half[0][k])) : _mm256_set_m128(half[1][k], half[0][k]);
 }
 
-template <bool kRadix4, bool kSettle>
+template <bool kRadix4, bool kSettle, bool kHalves = false>
 QX_AVX2 void last_pass_reversed(float* x, std::size_t n, const int* rev) noexcept {
     const std::size_t quarter = n / 4;
     for (std::size_t at = 0; at < quarter; at += 4) {
@@ -225,15 +235,30 @@ QX_AVX2 void last_pass_reversed(float* x, std::size_t n, const int* rev) noexcep
         if (to < at)
             continue;
         __m256 y[4], z[4];
-        last_block<kRadix4, kSettle>(x, quarter, at, y);
+        last_block<kRadix4, kSettle, kHalves>(x, quarter, at, y);
         if (to != at) {
-            last_block<kRadix4, kSettle>(x, quarter, to, z);
+            last_block<kRadix4, kSettle, kHalves>(x, quarter, to, z);
             for (std::size_t k = 0; k < 4; ++k)
                 _mm256_storeu_ps(x + 2 * (k * quarter + at), z[k]);
         }
         for (std::size_t k = 0; k < 4; ++k)
             _mm256_storeu_ps(x + 2 * (k * quarter + to), y[k]);
     }
+}
+
+// The whole core of an even order kOrder (4 or 6) with every count and
+// offset known: the stages of q >= 4 on the widened twiddles `e`, then the
+// last pass.
+template <int kOrder, bool kSettle>
+QX_AVX2 __attribute__((flatten)) void small_core(float* x, const double* e, const int* rev) noexcept {
+    constexpr std::size_t n = std::size_t{1} << kOrder;
+    const auto* v = reinterpret_cast<const __m256d*>(e);
+    if constexpr (kOrder == 6) {
+        groups_avx2(x, n, 16, [v](std::size_t j0) { return ExpandedTwiddles{v + 3 * j0}; });
+        v += 3 * 16;
+    }
+    groups_avx2(x, n, 4, [v](std::size_t j0) { return ExpandedTwiddles{v + 3 * j0}; });
+    last_pass_reversed<true, kSettle, true>(x, n, rev);
 }
 
 // The closing radix-2 pass of order 3, into bit-reversed positions of `out`, NaNs settled.

@@ -3,7 +3,7 @@
 //
 //   constexpr qx::Report r{"QXybAdd2"};
 //   r.scaling(doScale, scaleFactor);
-//   r.check(n <= 0, "n<=0");
+//   r.checks(n, {{srcA, "srcA==0"}, {srcB, "srcB==0"}});  // "n<=0", then each null
 //   if (qx::Report::failed())
 //       return QXGetStatus();
 //
@@ -17,6 +17,8 @@
 // std::source_location at the call site, so every report names its true source
 // line and "..\LIBSRC\" plus the real file name.
 #pragma once
+
+#include <initializer_list>
 
 #include <version>
 #if defined(__cpp_lib_source_location)
@@ -82,6 +84,21 @@ public:
     bool check(bool failed, const char* text, where loc = where::current()) const noexcept {
         if (failed) [[unlikely]]
             raise(QX_StsBadArg, text, loc);
+        return failed;
+    }
+
+    // A pointer argument and the condition text reported when it is null.
+    struct Pointer {
+        const void* p;
+        const char* text;
+    };
+
+    // The usual vector checks in one call: "n<=0" when n is not positive, then
+    // each null pointer's text, in the order given. Returns whether any failed.
+    bool checks(int n, std::initializer_list<Pointer> pointers, where loc = where::current()) const noexcept {
+        bool failed = check(n <= 0, "n<=0", loc);
+        for (const Pointer& q : pointers)
+            failed |= check(q.p == nullptr, q.text, loc);
         return failed;
     }
 

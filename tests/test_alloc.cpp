@@ -17,23 +17,16 @@ std::ptrdiff_t gap(const void* a, const void* b) {
 }  // namespace
 
 TEST_F(Alloc, TableRowsAreSlicesOfOneBlockWithExactRowSizes) {
-    struct Case {
-        void** (*make)(int, int);
+    const struct {
+        kvxtest::MakeRows make;
         int nCols;
         std::ptrdiff_t row;
-    };
-    const Case cases[] = {
-        {reinterpret_cast<void** (*)(int, int)>(QXbAllocTable), 9, 2},
-        {reinterpret_cast<void** (*)(int, int)>(QXbAllocTable), 8, 1},
-        {reinterpret_cast<void** (*)(int, int)>(QXnAllocTable), 3, 2},
-        {reinterpret_cast<void** (*)(int, int)>(QXnAllocTable), 4, 2},
-        {reinterpret_cast<void** (*)(int, int)>(QXyAllocTable), 5, 5},
-        {reinterpret_cast<void** (*)(int, int)>(QXtAllocTable), 5, 5},
-        {reinterpret_cast<void** (*)(int, int)>(QXwAllocTable), 5, 10},
-        {reinterpret_cast<void** (*)(int, int)>(QXiAllocTable), 5, 20},
-        {reinterpret_cast<void** (*)(int, int)>(QXsAllocTable), 5, 20},
-    };
-    for (const Case& c : cases) {
+    } cases[] = {{kvxtest::make_rows<QXbAllocTable>, 9, 2}, {kvxtest::make_rows<QXbAllocTable>, 8, 1},
+                 {kvxtest::make_rows<QXnAllocTable>, 3, 2}, {kvxtest::make_rows<QXnAllocTable>, 4, 2},
+                 {kvxtest::make_rows<QXyAllocTable>, 5, 5}, {kvxtest::make_rows<QXtAllocTable>, 5, 5},
+                 {kvxtest::make_rows<QXwAllocTable>, 5, 10}, {kvxtest::make_rows<QXiAllocTable>, 5, 20},
+                 {kvxtest::make_rows<QXsAllocTable>, 5, 20}};
+    for (const auto& c : cases) {
         long live = qx::testing::live_blocks();
         void** t = c.make(3, c.nCols);
         ASSERT_NE(t, nullptr);

@@ -220,23 +220,16 @@ TEST_F(Convert, BlockChecksRunInOrderAndStopTheWork) {
 }
 
 TEST_F(Convert, ComplexToRealAndComplexShorts) {
-    const float c[4] = {3.0f, 4.0f, 0.0f, 0.0f};
-    float out[2] = {-1, -1};
-    QXcsbConvert(c, out, 2, 1);
-    EXPECT_EQ(out[0], 5.0f);
-    QXcsbConvert(c, out, 2, 3);  // magnitude wins
-    EXPECT_EQ(out[0], 5.0f);
-    QXcsbConvert(c, out, 2, 2);
-    EXPECT_EQ(out[0], 25.0f);
-    QXcsbConvert(c, out, 2, 6);
-    EXPECT_FLOAT_EQ(out[0], std::log10(25.0f));
-    EXPECT_EQ(out[1], -std::numeric_limits<float>::infinity());
-    QXcsbConvert(c, out, 1, 5);
-    EXPECT_FLOAT_EQ(out[0], 0.5f * std::log10(25.0f));
-    out[0] = -1;
-    QXcsbConvert(c, out, 2, 0);
-    QXcsbConvert(c, out, 2, 8);
-    EXPECT_EQ(out[0], -1.0f);
+    const float c[4] = {3.0f, 4.0f, 0.0f, 0.0f}, lg = std::log10(25.0f), inf = std::numeric_limits<float>::infinity();
+    // (mode, n, results): magnitude (also when 3 asks for both), power, log10 power and half of it; 0 and 8 write nothing.
+    const struct { int mode, n; float out[2]; } cases[] = {{1, 2, {5, 0}}, {3, 2, {5, 0}}, {2, 2, {25, 0}}, {6, 2, {lg, -inf}},
+                                                           {5, 1, {0.5f * lg, -1}}, {0, 2, {-1, -1}}, {8, 2, {-1, -1}}};
+    for (const auto& k : cases) {
+        float out[2] = {-1, -1};
+        QXcsbConvert(c, out, k.n, k.mode);
+        EXPECT_FLOAT_EQ(out[0], k.out[0]) << k.mode;
+        EXPECT_FLOAT_EQ(out[1], k.out[1]) << k.mode;
+    }
     EXPECT_TRUE(got().empty());
 
     const short v[4] = {300, 400, -6, 8};
@@ -249,7 +242,6 @@ TEST_F(Convert, ComplexToRealAndComplexShorts) {
     EXPECT_EQ(sf, 3);
     EXPECT_EQ(w[0], 31250);
     EXPECT_EQ(w[1], 12);
-
 }
 
 TEST(Power2, TablesInsideAndPowOutside) {

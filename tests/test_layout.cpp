@@ -30,15 +30,21 @@ void expect_layout(std::initializer_list<Field> fields) {
 
 constexpr bool kThirtyTwoBit = sizeof(void*) == 4;
 
+// Layouts that hold on the 32-bit data model only.
+class Layout32 : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!kThirtyTwoBit)
+            GTEST_SKIP() << "64-bit build: pointers are 8 bytes";
+    }
+};
+
 }  // namespace
 
 TEST(Layout, FilterBankPointIsFortyBytesOnEveryBuild) {
     expect_layout({
-        KVX_SIZE(QXMFCCPoint, 40),
-        KVX_AT(QXMFCCPoint, count, 0),
-        KVX_AT(QXMFCCPoint, entry[0].band, 8),
-        KVX_AT(QXMFCCPoint, entry[0].weight, 16),
-        KVX_AT(QXMFCCPoint, entry[1].band, 24),
+        KVX_SIZE(QXMFCCPoint, 40), KVX_AT(QXMFCCPoint, count, 0), KVX_AT(QXMFCCPoint, entry[0].band, 8),
+        KVX_AT(QXMFCCPoint, entry[0].weight, 16), KVX_AT(QXMFCCPoint, entry[1].band, 24),
         KVX_AT(QXMFCCPoint, entry[1].weight, 32),
         KVX_SIZE(QXLibraryInfo, 12),
         KVX_AT(QXProcessorInfo, text, 12),
@@ -46,9 +52,7 @@ TEST(Layout, FilterBankPointIsFortyBytesOnEveryBuild) {
     });
 }
 
-TEST(Layout, ThirtyTwoBitDataModel) {
-    if (!kThirtyTwoBit)
-        GTEST_SKIP() << "64-bit build: pointers are 8 bytes";
+TEST_F(Layout32, ThirtyTwoBitDataModel) {
     EXPECT_EQ(sizeof(int), 4u);
     EXPECT_EQ(sizeof(long), 4u);
 #if defined(__i386__) || defined(_M_IX86)
@@ -57,24 +61,15 @@ TEST(Layout, ThirtyTwoBitDataModel) {
 #endif
 }
 
-TEST(Layout, FilterBankRecordIsSevenWords) {
-    if (!kThirtyTwoBit)
-        GTEST_SKIP() << "64-bit build: pointers are 8 bytes";
+TEST_F(Layout32, FilterBankRecordIsSevenWords) {
     expect_layout({
-        KVX_SIZE(QXMFCCFilters, 28),
-        KVX_AT(QXMFCCFilters, id, 0),
-        KVX_AT(QXMFCCFilters, order, 4),
-        KVX_AT(QXMFCCFilters, n, 8),
-        KVX_AT(QXMFCCFilters, nBandPass, 12),
-        KVX_AT(QXMFCCFilters, firstPoint, 16),
-        KVX_AT(QXMFCCFilters, lastPoint, 20),
-        KVX_AT(QXMFCCFilters, fftSpec, 24),
+        KVX_SIZE(QXMFCCFilters, 28), KVX_AT(QXMFCCFilters, id, 0), KVX_AT(QXMFCCFilters, order, 4),
+        KVX_AT(QXMFCCFilters, n, 8), KVX_AT(QXMFCCFilters, nBandPass, 12), KVX_AT(QXMFCCFilters, firstPoint, 16),
+        KVX_AT(QXMFCCFilters, lastPoint, 20), KVX_AT(QXMFCCFilters, fftSpec, 24),
     });
 }
 
-TEST(Layout, WorkingContextKeepsItsWordOrder) {
-    if (!kThirtyTwoBit)
-        GTEST_SKIP() << "64-bit build: pointers are 8 bytes";
+TEST_F(Layout32, WorkingContextKeepsItsWordOrder) {
     // A window block: buffer (2 words), two caches of 2 + 16 + 16 words, 64 spare words.
     constexpr std::size_t block = (2 + 2 * 34 + 64) * 4;
     constexpr std::size_t tables = 8 + 4 * block;  // after the pre-emphasis buffer and the windows
@@ -82,71 +77,35 @@ TEST(Layout, WorkingContextKeepsItsWordOrder) {
     using qx::Context;
     using qx::WinBlock;
     expect_layout({
-        KVX_AT(Context, preemphCap, 0),
-        KVX_AT(Context, preemphBuf, 4),
-        KVX_AT(Context, win, 8),
-        KVX_SIZE(WinBlock, block),
-        KVX_AT(WinBlock, buff, 4),
-        KVX_AT(WinBlock, sCache, 8),
-        KVX_AT(WinBlock, sCache.lengths, 16),
-        KVX_AT(WinBlock, sCache.tables, 80),
-        KVX_AT(WinBlock, wCache, 144),
+        KVX_AT(Context, preemphCap, 0), KVX_AT(Context, preemphBuf, 4), KVX_AT(Context, win, 8),
+        KVX_SIZE(WinBlock, block), KVX_AT(WinBlock, buff, 4), KVX_AT(WinBlock, sCache, 8),
+        KVX_AT(WinBlock, sCache.lengths, 16), KVX_AT(WinBlock, sCache.tables, 80), KVX_AT(WinBlock, wCache, 144),
         KVX_AT(WinBlock, unused, 280),
-        KVX_AT(Context, wTwd, tables),
-        KVX_AT(Context, second, tables + set),
-        KVX_AT(Context, cTwd, tables + 2 * set),
-        KVX_AT(Context, bitRev, tables + 3 * set),
-        KVX_AT(Context, rTwd, tables + 4 * set),
-        KVX_AT(Context, Fft.iBuffer, tables + 5 * set),
-        KVX_AT(Context, Fft.sBuffer, tables + 5 * set + 4),
-        KVX_AT(Context, Fft.iBufferCap, tables + 5 * set + 8),
-        KVX_AT(Context, Fft.sBufferCap, tables + 5 * set + 12),
+        KVX_AT(Context, wTwd, tables), KVX_AT(Context, second, tables + set), KVX_AT(Context, cTwd, tables + 2 * set),
+        KVX_AT(Context, bitRev, tables + 3 * set), KVX_AT(Context, rTwd, tables + 4 * set),
+        KVX_AT(Context, Fft.iBuffer, tables + 5 * set), KVX_AT(Context, Fft.sBuffer, tables + 5 * set + 4),
+        KVX_AT(Context, Fft.iBufferCap, tables + 5 * set + 8), KVX_AT(Context, Fft.sBufferCap, tables + 5 * set + 12),
         KVX_AT(Context, Dct.sstoredDctFactor, tables + 5 * set + 16),
     });
 }
 
-TEST(Layout, ModelAndPatternRecords) {
-    if (!kThirtyTwoBit)
-        GTEST_SKIP() << "64-bit build: pointers are 8 bytes";
+TEST_F(Layout32, ModelAndPatternRecords) {
     using qx::HMMServer;
     using qx::HMMClassBlock;
     using WRecord = qx::pattern::WRecord;
     using SRecord = qx::pattern::SRecord;
     expect_layout({
-        KVX_SIZE(HMMServer, 56),
-        KVX_AT(HMMServer, HMMId, 0),
-        KVX_AT(HMMServer, word, 4),
-        KVX_AT(HMMServer, nStates, 8),
-        KVX_AT(HMMServer, nSymbols, 12),
-        KVX_AT(HMMServer, tprob, 16),
-        KVX_AT(HMMServer, oprob, 20),
-        KVX_AT(HMMServer, iprob, 24),
-        KVX_AT(HMMServer, next, 28),
-        KVX_AT(HMMServer, prev, 32),
-        KVX_AT(HMMServer, status, 36),
-        KVX_AT(HMMServer, extra, 40),
-        KVX_AT(HMMServer, outPdfs, 44),
-        KVX_AT(HMMServer, nQuant, 48),
-        KVX_AT(HMMServer, costScaleFactor, 52),
-        KVX_SIZE(HMMClassBlock, 16 + 64 * 8),
-        KVX_AT(HMMClassBlock, entries, 16),
-        KVX_SIZE(WRecord, 40),
-        KVX_AT(WRecord, isHead, 8),
-        KVX_AT(WRecord, id, 12),
-        KVX_AT(WRecord, pSeq, 16),
-        KVX_AT(WRecord, rowBlock, 20),
-        KVX_AT(WRecord, floatRows, 24),
-        KVX_AT(WRecord, nSeq, 28),
-        KVX_AT(WRecord, len, 32),
-        KVX_AT(WRecord, scaleFactor, 36),
-        KVX_SIZE(SRecord, 28),
-        KVX_AT(SRecord, pSeq, 16),
-        KVX_AT(SRecord, nSeq, 20),
-        KVX_AT(SRecord, len, 24),
-        KVX_SIZE(QXsGaussMixServer, 28),
-        KVX_AT(QXsGaussMixServer, n, 16),
-        KVX_AT(QXsGaussMixServer, useExpTable, 24),
-        KVX_SIZE(QXwGaussMixServer, 32),
-        KVX_AT(QXwGaussMixServer, scaleExp, 28),
+        KVX_SIZE(HMMServer, 56), KVX_AT(HMMServer, HMMId, 0), KVX_AT(HMMServer, word, 4), KVX_AT(HMMServer, nStates, 8),
+        KVX_AT(HMMServer, nSymbols, 12), KVX_AT(HMMServer, tprob, 16), KVX_AT(HMMServer, oprob, 20),
+        KVX_AT(HMMServer, iprob, 24), KVX_AT(HMMServer, next, 28), KVX_AT(HMMServer, prev, 32),
+        KVX_AT(HMMServer, status, 36), KVX_AT(HMMServer, extra, 40), KVX_AT(HMMServer, outPdfs, 44),
+        KVX_AT(HMMServer, nQuant, 48), KVX_AT(HMMServer, costScaleFactor, 52),
+        KVX_SIZE(HMMClassBlock, 16 + 64 * 8), KVX_AT(HMMClassBlock, entries, 16),
+        KVX_SIZE(WRecord, 40), KVX_AT(WRecord, isHead, 8), KVX_AT(WRecord, id, 12), KVX_AT(WRecord, pSeq, 16),
+        KVX_AT(WRecord, rowBlock, 20), KVX_AT(WRecord, floatRows, 24), KVX_AT(WRecord, nSeq, 28),
+        KVX_AT(WRecord, len, 32), KVX_AT(WRecord, scaleFactor, 36),
+        KVX_SIZE(SRecord, 28), KVX_AT(SRecord, pSeq, 16), KVX_AT(SRecord, nSeq, 20), KVX_AT(SRecord, len, 24),
+        KVX_SIZE(QXsGaussMixServer, 28), KVX_AT(QXsGaussMixServer, n, 16), KVX_AT(QXsGaussMixServer, useExpTable, 24),
+        KVX_SIZE(QXwGaussMixServer, 32), KVX_AT(QXwGaussMixServer, scaleExp, 28),
     });
 }

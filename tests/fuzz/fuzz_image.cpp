@@ -15,28 +15,23 @@ long long row_bytes(int bits, int cols) { return (count_of(cols) * bits + 7) / 8
 
 constexpr int kMaxSide = 80;
 
+// An allocator of rows of any element type, called through its own type.
+template <auto F>
+void** as_alloc(int rows, int cols) {
+    return reinterpret_cast<void**>(F(rows, cols));
+}
+
 void arrays(FuzzedDataProvider& in, Outcome& o) {
     const int type = in.ConsumeIntegralInRange<int>(0, 6);
     const int rows = any_int(in), cols = any_int(in);
     const bool table = in.ConsumeBool();
     if (count_of(rows) * count_of(cols) > kCap * 16) return;
     using Alloc = void** (*)(int, int);
-    static const Alloc allocs2[] = {
-        reinterpret_cast<Alloc>(+[](int r, int c) { return reinterpret_cast<void**>(QXbAlloc2(r, c)); }),
-        reinterpret_cast<Alloc>(+[](int r, int c) { return reinterpret_cast<void**>(QXnAlloc2(r, c)); }),
-        reinterpret_cast<Alloc>(+[](int r, int c) { return reinterpret_cast<void**>(QXyAlloc2(r, c)); }),
-        reinterpret_cast<Alloc>(+[](int r, int c) { return reinterpret_cast<void**>(QXtAlloc2(r, c)); }),
-        reinterpret_cast<Alloc>(+[](int r, int c) { return reinterpret_cast<void**>(QXwAlloc2(r, c)); }),
-        reinterpret_cast<Alloc>(+[](int r, int c) { return reinterpret_cast<void**>(QXiAlloc2(r, c)); }),
-        reinterpret_cast<Alloc>(+[](int r, int c) { return reinterpret_cast<void**>(QXsAlloc2(r, c)); })};
-    static const Alloc tables[] = {
-        reinterpret_cast<Alloc>(+[](int r, int c) { return reinterpret_cast<void**>(QXbAllocTable(r, c)); }),
-        reinterpret_cast<Alloc>(+[](int r, int c) { return reinterpret_cast<void**>(QXnAllocTable(r, c)); }),
-        reinterpret_cast<Alloc>(+[](int r, int c) { return reinterpret_cast<void**>(QXyAllocTable(r, c)); }),
-        reinterpret_cast<Alloc>(+[](int r, int c) { return reinterpret_cast<void**>(QXtAllocTable(r, c)); }),
-        reinterpret_cast<Alloc>(+[](int r, int c) { return reinterpret_cast<void**>(QXwAllocTable(r, c)); }),
-        reinterpret_cast<Alloc>(+[](int r, int c) { return reinterpret_cast<void**>(QXiAllocTable(r, c)); }),
-        reinterpret_cast<Alloc>(+[](int r, int c) { return reinterpret_cast<void**>(QXsAllocTable(r, c)); })};
+    static const Alloc allocs2[] = {as_alloc<QXbAlloc2>, as_alloc<QXnAlloc2>, as_alloc<QXyAlloc2>, as_alloc<QXtAlloc2>,
+                                    as_alloc<QXwAlloc2>, as_alloc<QXiAlloc2>, as_alloc<QXsAlloc2>};
+    static const Alloc tables[] = {as_alloc<QXbAllocTable>, as_alloc<QXnAllocTable>, as_alloc<QXyAllocTable>,
+                                   as_alloc<QXtAllocTable>, as_alloc<QXwAllocTable>, as_alloc<QXiAllocTable>,
+                                   as_alloc<QXsAllocTable>};
     static constexpr int bits[] = {1, 4, 8, 8, 16, 32, 32};
     void** p = (table ? tables : allocs2)[type](rows, cols);
     o.add(p != nullptr);

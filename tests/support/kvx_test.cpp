@@ -69,7 +69,7 @@ namespace kvxtest {
     }
     // A shared helper that raises for its caller reports the caller's line,
     // which passes the Report on as the helper's first argument.
-    for (const char* call : {".check(", ".raise(", ".raisef(", ".scaling(", ".range(", "(r, "})
+    for (const char* call : {".check(", ".checks(", ".raise(", ".raisef(", ".scaling(", ".range(", "(r, "})
         if (line.find(call) != std::string::npos)
             return ::testing::AssertionSuccess();
     if (!cond.empty() && line.find(escaped) != std::string::npos)

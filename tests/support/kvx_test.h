@@ -52,6 +52,13 @@ public:
 
 using Rep = std::tuple<int, std::string, std::string>;
 
+// A row-array allocator of any element type as one of void rows, called through its own type.
+using MakeRows = void** (*)(int, int);
+template <auto F>
+void** make_rows(int rows, int cols) {
+    return reinterpret_cast<void**>(F(rows, cols));
+}
+
 // Element k of a packed row of w-bit elements (w = 1, 4 or 8): the first in the
 // most significant bits of byte 0, the next ones towards bit 0 and on.
 inline unsigned packed_get(int w, const unsigned char* row, long k) {
