@@ -151,7 +151,7 @@ QX_TARGET_AVX2 inline void put_columns(const Turned* g, int q, int j, int rows, 
 // Into the second-level cache: the two lines at src[i] and the two at
 // d[i] + m of the next full unit down the strip (rows i0 .. i0 + n - 1), so
 // that its rows, a power of two apart, need not wait on memory one by one.
-QX_TARGET_AVX2 [[gnu::always_inline]] inline void fetch_next(const std::uint8_t* const* src, std::uint8_t* const* d,
+[[gnu::always_inline]] QX_TARGET_AVX2 inline void fetch_next(const std::uint8_t* const* src, std::uint8_t* const* d,
                                                              i64 m, int i0, int n) {
     for (int i = i0; i < i0 + n; ++i) {
         _mm_prefetch(reinterpret_cast<const char*>(src[i]), _MM_HINT_T1);
@@ -167,7 +167,7 @@ QX_TARGET_AVX2 [[gnu::always_inline]] inline void fetch_next(const std::uint8_t*
 // the first-level cache); then the output lines are written, each whole at
 // once, the unit's line columns taking turns, while the next full unit's
 // lines (input rows nxt[i], given for a full unit only) are fetched.
-QX_TARGET_AVX2 [[gnu::always_inline]] inline void turn_unit(const std::uint8_t* const* src, std::uint8_t* const* d,
+[[gnu::always_inline]] QX_TARGET_AVX2 inline void turn_unit(const std::uint8_t* const* src, std::uint8_t* const* d,
                                                             i64 m, int R, int C,
                                                             const std::uint8_t* const* nxt = nullptr) {
     Turned t[kUnit / 8];
