@@ -278,11 +278,12 @@ struct ValueChecks {
 };
 
 // The row checks of a table, last row first; a missing table is passed over.
+// The count goes down only while it is positive, so INT_MIN has no rows.
 template <class In>
 void check_rows(const Report& r, In* const* rows, int nRows, const char* text) {
     if (rows != nullptr)
-        for (int i = nRows; i-- > 0;)
-            r.check(rows[i] == nullptr, text);
+        for (int i = nRows; i > 0; --i)
+            r.check(rows[i - 1] == nullptr, text);
 }
 
 using hmm::is_float;

@@ -113,7 +113,9 @@ TEST_F(Hmm, RegistryIdsAreDenseAndLookupsReport) {
     for (int want : {1, 2, 3}) EXPECT_EQ(QXCreateHMMClass(), want);
     EXPECT_EQ(QXAddHMMToClass(2, 1), 1);
     EXPECT_EQ(QXDeleteHMMClass(2), 1);   // the class only, not its servers
-    EXPECT_TRUE(QXHMMClass(2) == nullptr && QXHMMServer(1) != nullptr && QXHMMServer(7) == nullptr);
+    EXPECT_EQ(QXHMMClass(2), nullptr);
+    EXPECT_NE(QXHMMServer(1), nullptr);
+    EXPECT_EQ(QXHMMServer(7), nullptr);
     for (int want : {2, 4}) EXPECT_EQ(QXCreateHMMClass(), want);
     EXPECT_TRUE(got().empty());
     QXHMMFreeAll();
