@@ -190,9 +190,7 @@ template <class Real, class Int>
 void checked_down(const Report& r, const Real* in, Int* out, int n, int doScale, int* scaleFactor,
                   where loc = where::current()) noexcept {
     r.scaling(doScale, scaleFactor, loc);
-    r.check(n <= 0, "n<=0", loc);
-    r.check(in == nullptr, "inVect==0", loc);
-    r.check(out == nullptr, "outVect==0", loc);
+    r.checks(n, {{in, "inVect==0"}, {out, "outVect==0"}}, loc);
     if (qx::Report::failed() || n <= 0 || in == nullptr || out == nullptr || scaleFactor == nullptr)
         return;
     convert_down_t(r, in, out, n, doScale, scaleFactor);
@@ -262,9 +260,7 @@ template <class In, class Out>
 void checked_up(const Report& r, const In* in, Out* out, int n, int scaleFactor, where loc = where::current()) noexcept {
     r.check(scaleFactor < -64, "scaleFactor<-64", loc);
     r.check(scaleFactor > 64, "scaleFactor>64", loc);
-    r.check(n <= 0, "n<=0", loc);
-    r.check(in == nullptr, "inVect==0", loc);
-    r.check(out == nullptr, "outVect==0", loc);
+    r.checks(n, {{in, "inVect==0"}, {out, "outVect==0"}}, loc);
     if (qx::Report::failed() || n <= 0 || in == nullptr || out == nullptr)
         return;
     up_block(in, out, n, scaleFactor);

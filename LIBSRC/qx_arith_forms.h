@@ -39,9 +39,7 @@
         constexpr qx::Report r{"QX" #prefix #Op "2"};                                                          \
         constexpr qx::Report scalingName{ScalingName};                                                         \
         scalingName.scaling(doScale, scaleFactor);                                                             \
-        r.check(n <= 0, "n<=0");                                                                               \
-        r.check(src == nullptr, "src==0");                                                                     \
-        r.check(srcDst == nullptr, "dst==0");                                                                  \
+        r.checks(n, {{src, "src==0"}, {srcDst, "dst==0"}});                                                    \
         QX_ARITH_STATUS_                                                                                       \
         qx::Outcome o = qx::vec2<E, Kernel, BackModes>(src, srcDst, n, doScale, scaleFactor);                  \
         return r.range(o.over, o.under);                                                                       \
@@ -54,9 +52,7 @@
         QX_ARITH_POS_(srcStartPos)                                                                             \
         QX_ARITH_POS_(dstStartPos)                                                                             \
         r.scaling(doScale, scaleFactor);                                                                       \
-        r.check(n <= 0, "n<=0");                                                                               \
-        r.check(src == nullptr, "src==0");                                                                     \
-        r.check(srcDst == nullptr, "dst==0");                                                                  \
+        r.checks(n, {{src, "src==0"}, {srcDst, "dst==0"}});                                                    \
         QX_ARITH_STATUS_                                                                                       \
         qx::Outcome o = qx::nib2<Kernel>(src, srcDst, srcStartPos, dstStartPos, n, doScale, scaleFactor);      \
         return r.range(o.over, o.under);                                                                       \
@@ -66,9 +62,7 @@
     QX_ARITH_VEC2_(Op, Kernel, wb, short, qx::S16, 0, "QXwb" #Op "2")                                          \
     QX_API int QXsb##Op##2(const float* src, float* srcDst, int n) {                                           \
         constexpr qx::Report r{"QXsb" #Op "2"};                                                                \
-        r.check(n <= 0, "n<=0");                                                                               \
-        r.check(src == nullptr, "src==0");                                                                     \
-        r.check(srcDst == nullptr, "dst==0");                                                                  \
+        r.checks(n, {{src, "src==0"}, {srcDst, "dst==0"}});                                                    \
         QX_ARITH_STATUS_                                                                                       \
         qx::float_map(srcDst, src, srcDst, n, FloatOp{});                                                      \
         return 0;                                                                                              \
@@ -78,10 +72,7 @@
 
 #define QX_ARITH_CHECKS3_                                                                                      \
     r.scaling(doScale, scaleFactor);                                                                           \
-    r.check(n <= 0, "n<=0");                                                                                   \
-    r.check(srcA == nullptr, "srcA==0");                                                                       \
-    r.check(srcB == nullptr, "srcB==0");                                                                       \
-    r.check(dst == nullptr, "dst==0");                                                                         \
+    r.checks(n, {{srcA, "srcA==0"}, {srcB, "srcB==0"}, {dst, "dst==0"}});                                      \
     QX_ARITH_STATUS_
 
 #define QX_ARITH_VEC3_(Op, Kernel, Left, Right, prefix, T, E)                                                  \
@@ -107,10 +98,7 @@
     QX_ARITH_VEC3_(Op, Kernel, Left, Right, wb, short, qx::S16)                                                \
     QX_API int QXsb##Op##3(const float* srcA, const float* srcB, float* dst, int n) {                          \
         constexpr qx::Report r{"QXsb" #Op "3"};                                                                \
-        r.check(n <= 0, "n<=0");                                                                               \
-        r.check(srcA == nullptr, "srcA==0");                                                                   \
-        r.check(srcB == nullptr, "srcB==0");                                                                   \
-        r.check(dst == nullptr, "dst==0");                                                                     \
+        r.checks(n, {{srcA, "srcA==0"}, {srcB, "srcB==0"}, {dst, "dst==0"}});                                  \
         QX_ARITH_STATUS_                                                                                       \
         qx::float_map(Left, Right, dst, n, FloatOp{});                                                         \
         return 0;                                                                                              \
@@ -120,8 +108,7 @@
 
 #define QX_ARITH_CHECKS2S_                                                                                     \
     r.scaling(doScale, scaleFactor);                                                                           \
-    r.check(n <= 0, "n<=0");                                                                                   \
-    r.check(srcDst == nullptr, "dst==0");                                                                      \
+    r.checks(n, {{srcDst, "dst==0"}});                                                                         \
     QX_ARITH_STATUS_
 
 #define QX_ARITH_VEC2S_(Op, Kernel, prefix, T, E)                                                              \
@@ -146,8 +133,7 @@
     QX_ARITH_VEC2S_(Op, Kernel, wb, short, qx::S16)                                                            \
     QX_API int QXsb##Op##2s(float val, float* srcDst, int n) {                                                 \
         constexpr qx::Report r{"QXsb" #Op "2s"};                                                               \
-        r.check(n <= 0, "n<=0");                                                                               \
-        r.check(srcDst == nullptr, "dst==0");                                                                  \
+        r.checks(n, {{srcDst, "dst==0"}});                                                                     \
         QX_ARITH_STATUS_                                                                                       \
         qx::float_map_scalar(srcDst, val, srcDst, n, FloatOp{});                                               \
         return 0;                                                                                              \

@@ -24,9 +24,7 @@ namespace qx::dist {
 // check failed or an error was already pending.
 inline bool vector_checks(const Report& r, int n, const void* vect1, const void* vect2, const void* weights = nullptr,
                           const char* weightsText = nullptr, where loc = where::current()) noexcept {
-    r.check(n <= 0, "n<=0", loc);
-    r.check(vect1 == nullptr, "vect1==0", loc);
-    r.check(vect2 == nullptr, "vect2==0", loc);
+    r.checks(n, {{vect1, "vect1==0"}, {vect2, "vect2==0"}}, loc);
     if (weightsText != nullptr)
         r.check(weights == nullptr, weightsText, loc);
     return Report::failed();
