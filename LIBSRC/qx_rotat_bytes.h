@@ -148,28 +148,41 @@ QX_TARGET_AVX2 inline void put_columns(const Turned* g, int q, int j, int rows, 
     }
 }
 
-// Into the second-level cache: the two lines at src[i] and the two at
-// d[i] + m of the next full unit down the strip (rows i0 .. i0 + n - 1), so
-// that its rows, a power of two apart, need not wait on memory one by one.
-[[gnu::always_inline]] QX_TARGET_AVX2 inline void fetch_next(const std::uint8_t* const* src, std::uint8_t* const* d,
-                                                             i64 m, int i0, int n) {
-    for (int i = i0; i < i0 + n; ++i) {
-        _mm_prefetch(reinterpret_cast<const char*>(src[i]), _MM_HINT_T1);
-        _mm_prefetch(reinterpret_cast<const char*>(src[i] + 64), _MM_HINT_T1);
-        _mm_prefetch(reinterpret_cast<const char*>(d[i] + m), _MM_HINT_T1);
-        _mm_prefetch(reinterpret_cast<const char*>(d[i] + m + 64), _MM_HINT_T1);
-    }
+// The unit to be turned after the current one: its input rows in[i] (from
+// its first column), R of them, and its output rows out[j] + m, C of them.
+struct Ahead {
+    const std::uint8_t* const* in;
+    int R;
+    std::uint8_t* const* out;
+    i64 m;
+    int C;
+};
+
+// The two 64-byte lines from p on (a unit's row spans at most two lines).
+[[gnu::always_inline]] inline void fetch_row(const std::uint8_t* p) {
+    const char* c = reinterpret_cast<const char*>(p);
+    _mm_prefetch(c, _MM_HINT_T1);
+    _mm_prefetch(reinterpret_cast<const char*>(reinterpret_cast<std::uintptr_t>(c) + 64), _MM_HINT_T1);
+}
+
+// Into the second-level cache: share `step` of `steps` of the next unit's
+// input and output rows, so that its rows, a power of two apart, need not
+// wait on memory one by one when its turn comes.
+[[gnu::always_inline]] inline void fetch_ahead(const Ahead& a, int step, int steps) {
+    for (int i = step * a.R / steps; i < (step + 1) * a.R / steps; ++i)
+        fetch_row(a.in[i]);
+    for (int j = step * a.C / steps; j < (step + 1) * a.C / steps; ++j)
+        fetch_row(a.out[j] + a.m);
 }
 
 // A unit of R input rows src[i] (from the unit's first column) and C columns,
 // both multiples of 16 up to kUnit, into output rows d[j] + m. All input
 // lines are read first, each whole at once, into part-turned groups (held in
 // the first-level cache); then the output lines are written, each whole at
-// once, the unit's line columns taking turns, while the next full unit's
-// lines (input rows nxt[i], given for a full unit only) are fetched.
+// once, the unit's line columns taking turns, while the next unit's lines
+// are fetched.
 [[gnu::always_inline]] QX_TARGET_AVX2 inline void turn_unit(const std::uint8_t* const* src, std::uint8_t* const* d,
-                                                            i64 m, int R, int C,
-                                                            const std::uint8_t* const* nxt = nullptr) {
+                                                            i64 m, int R, int C, const Ahead* next) {
     Turned t[kUnit / 8];
     const int Q = (C + 31) / 32;
     for (int g = 0; g < R / 8; ++g)
@@ -178,8 +191,8 @@ QX_TARGET_AVX2 inline void put_columns(const Turned* g, int q, int j, int rows, 
     for (int q = 0; q < Q; ++q) {
         const int nCols = C - 32 * q == 16 ? 2 : 4;
         for (int j = 0; j < 8; ++j) {
-            if (nxt)
-                fetch_next(nxt, d, m + kUnit, (q * 8 + j) * (kUnit / 32), kUnit / 32);
+            if (next)
+                fetch_ahead(*next, q * 8 + j, Q * 8);
             const int col[4] = {32 * q + 2 * j, 32 * q + 2 * j + 1, 32 * q + 2 * j + 16, 32 * q + 2 * j + 17};
             for (int r = 0; r < R; r += 32) {
                 std::uint8_t* p[4] = {};
@@ -206,27 +219,50 @@ inline i64 unit_end(i64 pos, i64 g, i64 e) {
 
 // Rows [m0, m1) and columns [k0, k1) of the transpose, whose output and input
 // lines start at gm and gk, in units cut at the line starts, a strip of
-// columns at a time down the rows.
+// columns at a time down the rows, each unit fetching the next one's lines
+// (down the strip, or at the top of the next strip).
 QX_TARGET_AVX2 inline void turn_units(const Sides& s, i64 ic, i64 oc, i64 m0, i64 m1, i64 gm, i64 k0, i64 k1, i64 gk) {
-    std::uint8_t* dst[kUnit];
-    const std::uint8_t* src[kUnit];
-    const std::uint8_t* nxt[kUnit];
-    for (i64 k = k0, ke; k < k1 && m0 < m1; k = ke) {
-        ke = unit_end(k, gk, k1);
+    if (k0 >= k1 || m0 >= m1)
+        return;
+    std::uint8_t* outRows[2][kUnit];
+    const std::uint8_t* inRows[2][kUnit];
+    const auto strip = [&](i64 k, i64 ke, std::uint8_t** d) {
         for (i64 j = 0; j < ke - k; ++j)
-            dst[j] = s.out(k + j) + oc;
-        for (i64 m = m0, me; m < m1; m = me) {
-            me = unit_end(m, gm, m1);
-            for (i64 i = 0; i < me - m; ++i)
-                src[i] = s.in(m + i) + ic + k;
-            const bool fetch = me - m == kUnit && ke - k == kUnit && me + kUnit <= m1;
-            for (i64 i = 0; fetch && i < kUnit; ++i)
-                nxt[i] = s.in(me + i) + ic + k;
-            if (me - m == kUnit && ke - k == kUnit)  // the common size, its loops unrolled
-                turn_unit(src, dst, m, kUnit, kUnit, fetch ? nxt : nullptr);
-            else
-                turn_unit(src, dst, m, static_cast<int>(me - m), static_cast<int>(ke - k));
+            d[j] = s.out(k + j) + oc;
+    };
+    const auto rows = [&](i64 k, i64 m, i64 me, const std::uint8_t** src) {
+        for (i64 i = 0; i < me - m; ++i)
+            src[i] = s.in(m + i) + ic + k;
+    };
+    i64 k = k0, ke = unit_end(k0, gk, k1), m = m0, me = unit_end(m0, gm, m1);
+    int ci = 0, co = 0;  // the halves of inRows and outRows in use
+    strip(k, ke, outRows[co]);
+    rows(k, m, me, inRows[ci]);
+    for (;;) {
+        i64 nk = k, nke = ke, nm = me, nme = 0;
+        int no = co;
+        const bool more = me < m1 || ke < k1;
+        if (me < m1) {
+            nme = unit_end(me, gm, m1);
+        } else if (ke < k1) {
+            nk = ke;
+            nke = unit_end(ke, gk, k1);
+            nm = m0;
+            nme = unit_end(m0, gm, m1);
+            no = 1 - co;
+            strip(nk, nke, outRows[no]);
         }
+        if (more)
+            rows(nk, nm, nme, inRows[1 - ci]);
+        const Ahead ahead{inRows[1 - ci], static_cast<int>(nme - nm), outRows[no], nm, static_cast<int>(nke - nk)};
+        const Ahead* next = more ? &ahead : nullptr;
+        if (me - m == kUnit && ke - k == kUnit)  // the common size, its loops unrolled
+            turn_unit(inRows[ci], outRows[co], m, kUnit, kUnit, next);
+        else
+            turn_unit(inRows[ci], outRows[co], m, static_cast<int>(me - m), static_cast<int>(ke - k), next);
+        if (!more)
+            return;
+        k = nk, ke = nke, m = nm, me = nme, ci = 1 - ci, co = no;
     }
 }
 
