@@ -165,13 +165,14 @@ struct Ahead {
     _mm_prefetch(reinterpret_cast<const char*>(reinterpret_cast<std::uintptr_t>(c) + 64), _MM_HINT_T1);
 }
 
-// Into the second-level cache: share `step` of `steps` of the next unit's
-// input and output rows, so that its rows, a power of two apart, need not
-// wait on memory one by one when its turn comes.
-[[gnu::always_inline]] inline void fetch_ahead(const Ahead& a, int step, int steps) {
-    for (int i = step * a.R / steps; i < (step + 1) * a.R / steps; ++i)
+// Into the second-level cache: the lines of the next unit's input rows
+// [step * nIn, (step + 1) * nIn) and output rows [step * nOut, (step + 1) *
+// nOut), so that its rows, a power of two apart, need not wait on memory one
+// by one when its turn comes.
+[[gnu::always_inline]] inline void fetch_ahead(const Ahead& a, int step, int nIn, int nOut) {
+    for (int i = step * nIn; i < std::min(a.R, (step + 1) * nIn); ++i)
         fetch_row(a.in[i]);
-    for (int j = step * a.C / steps; j < (step + 1) * a.C / steps; ++j)
+    for (int j = step * nOut; j < std::min(a.C, (step + 1) * nOut); ++j)
         fetch_row(a.out[j] + a.m);
 }
 
@@ -180,19 +181,24 @@ struct Ahead {
 // lines are read first, each whole at once, into part-turned groups (held in
 // the first-level cache); then the output lines are written, each whole at
 // once, the unit's line columns taking turns, while the next unit's lines
-// are fetched.
+// are fetched. With FullR (FullC) the unit has kUnit rows (columns), its
+// loops unrolled.
+template <bool FullR, bool FullC>
 [[gnu::always_inline]] QX_TARGET_AVX2 inline void turn_unit(const std::uint8_t* const* src, std::uint8_t* const* d,
-                                                            i64 m, int R, int C, const Ahead* next) {
+                                                            i64 m, int rows, int cols, const Ahead* next) {
+    const int R = FullR ? kUnit : rows, C = FullC ? kUnit : cols;
     Turned t[kUnit / 8];
     const int Q = (C + 31) / 32;
     for (int g = 0; g < R / 8; ++g)
         for (int q = 0; q < Q; ++q)
             turn8(src + 8 * g, 32 * q, C - 32 * q == 16, t[g][q]);
+    const int steps = Q * 8;  // the next unit's rows are fetched in as many shares
+    const int nIn = next ? (next->R + steps - 1) / steps : 0, nOut = next ? (next->C + steps - 1) / steps : 0;
     for (int q = 0; q < Q; ++q) {
         const int nCols = C - 32 * q == 16 ? 2 : 4;
         for (int j = 0; j < 8; ++j) {
             if (next)
-                fetch_ahead(*next, q * 8 + j, Q * 8);
+                fetch_ahead(*next, q * 8 + j, nIn, nOut);
             const int col[4] = {32 * q + 2 * j, 32 * q + 2 * j + 1, 32 * q + 2 * j + 16, 32 * q + 2 * j + 17};
             for (int r = 0; r < R; r += 32) {
                 std::uint8_t* p[4] = {};
@@ -208,13 +214,14 @@ struct Ahead {
 inline i64 line_gap(const std::uint8_t* p) { return static_cast<i64>(-reinterpret_cast<std::uintptr_t>(p) & 63u); }
 
 // The end of the unit starting at `pos` along a side whose units span
-// [.., e) and whose lines start at g (mod 64): up to g, then kUnit (or 64) at a
-// time up to the last line start, then up to e.
+// [.., e) and whose lines start at g (mod 64): the rest when it fits in a
+// unit, else up to g, then kUnit at a time up to the last line start.
 inline i64 unit_end(i64 pos, i64 g, i64 e) {
-    const i64 last = g + ((e - g) & ~i64{63});
+    if (e - pos <= kUnit)
+        return e;
     if (pos < g)
-        return std::min(g, e);
-    return pos < last ? std::min(pos + kUnit, last) : e;
+        return g;
+    return std::min(pos + kUnit, g + ((e - g) & ~i64{63}));
 }
 
 // Rows [m0, m1) and columns [k0, k1) of the transpose, whose output and input
@@ -256,10 +263,15 @@ QX_TARGET_AVX2 inline void turn_units(const Sides& s, i64 ic, i64 oc, i64 m0, i6
             rows(nk, nm, nme, inRows[1 - ci]);
         const Ahead ahead{inRows[1 - ci], static_cast<int>(nme - nm), outRows[no], nm, static_cast<int>(nke - nk)};
         const Ahead* next = more ? &ahead : nullptr;
-        if (me - m == kUnit && ke - k == kUnit)  // the common size, its loops unrolled
-            turn_unit(inRows[ci], outRows[co], m, kUnit, kUnit, next);
+        const int R = static_cast<int>(me - m), C = static_cast<int>(ke - k);
+        if (R == kUnit && C == kUnit)
+            turn_unit<true, true>(inRows[ci], outRows[co], m, R, C, next);
+        else if (R == kUnit)
+            turn_unit<true, false>(inRows[ci], outRows[co], m, R, C, next);
+        else if (C == kUnit)
+            turn_unit<false, true>(inRows[ci], outRows[co], m, R, C, next);
         else
-            turn_unit(inRows[ci], outRows[co], m, static_cast<int>(me - m), static_cast<int>(ke - k), next);
+            turn_unit<false, false>(inRows[ci], outRows[co], m, R, C, next);
         if (!more)
             return;
         k = nk, ke = nke, m = nm, me = nme, ci = 1 - ci, co = no;
