@@ -181,12 +181,11 @@ struct Ahead {
 // lines are read first, each whole at once, into part-turned groups (held in
 // the first-level cache); then the output lines are written, each whole at
 // once, the unit's line columns taking turns, while the next unit's lines
-// are fetched. With FullR (FullC) the unit has kUnit rows (columns), its
-// loops unrolled.
-template <bool FullR, bool FullC>
+// are fetched. A Full unit has kUnit rows and columns, its loops unrolled.
+template <bool Full>
 [[gnu::always_inline]] QX_TARGET_AVX2 inline void turn_unit(const std::uint8_t* const* src, std::uint8_t* const* d,
                                                             i64 m, int rows, int cols, const Ahead* next) {
-    const int R = FullR ? kUnit : rows, C = FullC ? kUnit : cols;
+    const int R = Full ? kUnit : rows, C = Full ? kUnit : cols;
     Turned t[kUnit / 8];
     const int Q = (C + 31) / 32;
     for (int g = 0; g < R / 8; ++g)
@@ -226,11 +225,26 @@ inline i64 unit_end(i64 pos, i64 g, i64 e) {
 
 // Rows [m0, m1) and columns [k0, k1) of the transpose, whose output and input
 // lines start at gm and gk, in units cut at the line starts, a strip of
-// columns at a time down the rows, each unit fetching the next one's lines
-// (down the strip, or at the top of the next strip).
+// columns at a time: its last unit first, then down from the top, so that an
+// output line shared by the end of one row and the start of the next is
+// written by two units in a row. Each unit fetches the next one's lines.
 QX_TARGET_AVX2 inline void turn_units(const Sides& s, i64 ic, i64 oc, i64 m0, i64 m1, i64 gm, i64 k0, i64 k1, i64 gk) {
     if (k0 >= k1 || m0 >= m1)
         return;
+    i64 mt = m0;  // where a strip's last unit starts
+    while (unit_end(mt, gm, m1) < m1)
+        mt = unit_end(mt, gm, m1);
+    // The unit after rows [m, me) in a strip: false after the strip's last.
+    const auto down = [&](i64 m, i64 me, i64& nm, i64& nme) {
+        if (m == mt && mt > m0)
+            nm = m0;
+        else if (me < mt)
+            nm = me;
+        else
+            return false;
+        nme = nm == mt ? m1 : unit_end(nm, gm, m1);
+        return true;
+    };
     std::uint8_t* outRows[2][kUnit];
     const std::uint8_t* inRows[2][kUnit];
     const auto strip = [&](i64 k, i64 ke, std::uint8_t** d) {
@@ -241,21 +255,20 @@ QX_TARGET_AVX2 inline void turn_units(const Sides& s, i64 ic, i64 oc, i64 m0, i6
         for (i64 i = 0; i < me - m; ++i)
             src[i] = s.in(m + i) + ic + k;
     };
-    i64 k = k0, ke = unit_end(k0, gk, k1), m = m0, me = unit_end(m0, gm, m1);
+    i64 k = k0, ke = unit_end(k0, gk, k1), m = mt, me = m1;
     int ci = 0, co = 0;  // the halves of inRows and outRows in use
     strip(k, ke, outRows[co]);
     rows(k, m, me, inRows[ci]);
     for (;;) {
-        i64 nk = k, nke = ke, nm = me, nme = 0;
+        i64 nk = k, nke = ke, nm = 0, nme = 0;
         int no = co;
-        const bool more = me < m1 || ke < k1;
-        if (me < m1) {
-            nme = unit_end(me, gm, m1);
-        } else if (ke < k1) {
+        bool more = down(m, me, nm, nme);
+        if (!more && ke < k1) {
+            more = true;
             nk = ke;
             nke = unit_end(ke, gk, k1);
-            nm = m0;
-            nme = unit_end(m0, gm, m1);
+            nm = mt;
+            nme = m1;
             no = 1 - co;
             strip(nk, nke, outRows[no]);
         }
@@ -265,13 +278,9 @@ QX_TARGET_AVX2 inline void turn_units(const Sides& s, i64 ic, i64 oc, i64 m0, i6
         const Ahead* next = more ? &ahead : nullptr;
         const int R = static_cast<int>(me - m), C = static_cast<int>(ke - k);
         if (R == kUnit && C == kUnit)
-            turn_unit<true, true>(inRows[ci], outRows[co], m, R, C, next);
-        else if (R == kUnit)
-            turn_unit<true, false>(inRows[ci], outRows[co], m, R, C, next);
-        else if (C == kUnit)
-            turn_unit<false, true>(inRows[ci], outRows[co], m, R, C, next);
+            turn_unit<true>(inRows[ci], outRows[co], m, R, C, next);
         else
-            turn_unit<false, false>(inRows[ci], outRows[co], m, R, C, next);
+            turn_unit<false>(inRows[ci], outRows[co], m, R, C, next);
         if (!more)
             return;
         k = nk, ke = nke, m = nm, me = nme, ci = 1 - ci, co = no;
