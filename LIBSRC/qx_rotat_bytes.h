@@ -1,11 +1,13 @@
 // Byte transposes of the quarter turns (see qx_rotat.h for the sides).
 //
 // The plain path turns 16x16 blocks in SSE2 registers. With AVX2 the image
-// goes in units of up to 128x128 bytes cut where the rows' 64-byte lines
-// start: every input line is read whole at once, every output line written
-// whole at once, and a unit's lines lie at two columns so that they spread
-// over more first-level cache sets (rows a power of two apart share few of
-// them). A ring of fewer than 16 rows or columns goes pixel by pixel.
+// goes in units of up to 192 input rows by 128 columns cut where the rows'
+// 64-byte lines start: every input line is read whole at once, every output
+// line written whole at once, and a unit's lines lie at two or three columns
+// so that they spread over more first-level cache sets (rows a power of two
+// apart share few of them). While a unit is written, the next one's lines
+// are fetched into the second-level cache. A ring of fewer than 16 rows or
+// columns goes pixel by pixel.
 #pragma once
 
 #include <algorithm>
@@ -124,8 +126,9 @@ QX_TARGET_AVX2 inline void turn8(const std::uint8_t* const* src, i64 k, bool hal
     }
 }
 
-constexpr int kUnit = 128;                // most rows and columns of a unit
-using Turned = __m256i[kUnit / 32][8];    // one turned group: 32-column quarter, column pair
+constexpr int kRows = 192;  // most input rows of a unit: three output lines
+constexpr int kCols = 128;  // most input columns of a unit: two input lines
+using Turned = __m256i[kCols / 32][8];    // one turned group: 32-column quarter, column pair
 
 // Output columns 2j, 2j + 1, 2j + 16, 2j + 17 (the first nCols of them) of
 // the 32 rows in the turned groups g[0..3] (32-byte pieces), or of the 16 rows
@@ -177,16 +180,17 @@ struct Ahead {
 }
 
 // A unit of R input rows src[i] (from the unit's first column) and C columns,
-// both multiples of 16 up to kUnit, into output rows d[j] + m. All input
+// multiples of 16 up to kRows and kCols, into output rows d[j] + m. All input
 // lines are read first, each whole at once, into part-turned groups (held in
 // the first-level cache); then the output lines are written, each whole at
 // once, the unit's line columns taking turns, while the next unit's lines
-// are fetched. A Full unit has kUnit rows and columns, its loops unrolled.
+// are fetched. A Full unit has kRows rows and kCols columns, its loops
+// unrolled.
 template <bool Full>
 [[gnu::always_inline]] QX_TARGET_AVX2 inline void turn_unit(const std::uint8_t* const* src, std::uint8_t* const* d,
                                                             i64 m, int rows, int cols, const Ahead* next) {
-    const int R = Full ? kUnit : rows, C = Full ? kUnit : cols;
-    Turned t[kUnit / 8];
+    const int R = Full ? kRows : rows, C = Full ? kCols : cols;
+    Turned t[kRows / 8];
     const int Q = (C + 31) / 32;
     for (int g = 0; g < R / 8; ++g)
         for (int q = 0; q < Q; ++q)
@@ -214,13 +218,14 @@ inline i64 line_gap(const std::uint8_t* p) { return static_cast<i64>(-reinterpre
 
 // The end of the unit starting at `pos` along a side whose units span
 // [.., e) and whose lines start at g (mod 64): the rest when it fits in a
-// unit, else up to g, then kUnit at a time up to the last line start.
-inline i64 unit_end(i64 pos, i64 g, i64 e) {
-    if (e - pos <= kUnit)
+// unit of at most `size`, else up to g, then `size` at a time up to the last
+// line start.
+inline i64 unit_end(i64 pos, i64 g, i64 e, i64 size) {
+    if (e - pos <= size)
         return e;
     if (pos < g)
         return g;
-    return std::min(pos + kUnit, g + ((e - g) & ~i64{63}));
+    return std::min(pos + size, g + ((e - g) & ~i64{63}));
 }
 
 // Rows [m0, m1) and columns [k0, k1) of the transpose, whose output and input
@@ -232,8 +237,8 @@ QX_TARGET_AVX2 inline void turn_units(const Sides& s, i64 ic, i64 oc, i64 m0, i6
     if (k0 >= k1 || m0 >= m1)
         return;
     i64 mt = m0;  // where a strip's last unit starts
-    while (unit_end(mt, gm, m1) < m1)
-        mt = unit_end(mt, gm, m1);
+    while (unit_end(mt, gm, m1, kRows) < m1)
+        mt = unit_end(mt, gm, m1, kRows);
     // The unit after rows [m, me) in a strip: false after the strip's last.
     const auto down = [&](i64 m, i64 me, i64& nm, i64& nme) {
         if (m == mt && mt > m0)
@@ -242,11 +247,11 @@ QX_TARGET_AVX2 inline void turn_units(const Sides& s, i64 ic, i64 oc, i64 m0, i6
             nm = me;
         else
             return false;
-        nme = nm == mt ? m1 : unit_end(nm, gm, m1);
+        nme = nm == mt ? m1 : unit_end(nm, gm, m1, kRows);
         return true;
     };
-    std::uint8_t* outRows[2][kUnit];
-    const std::uint8_t* inRows[2][kUnit];
+    std::uint8_t* outRows[2][kCols];
+    const std::uint8_t* inRows[2][kRows];
     const auto strip = [&](i64 k, i64 ke, std::uint8_t** d) {
         for (i64 j = 0; j < ke - k; ++j)
             d[j] = s.out(k + j) + oc;
@@ -255,7 +260,7 @@ QX_TARGET_AVX2 inline void turn_units(const Sides& s, i64 ic, i64 oc, i64 m0, i6
         for (i64 i = 0; i < me - m; ++i)
             src[i] = s.in(m + i) + ic + k;
     };
-    i64 k = k0, ke = unit_end(k0, gk, k1), m = mt, me = m1;
+    i64 k = k0, ke = unit_end(k0, gk, k1, kCols), m = mt, me = m1;
     int ci = 0, co = 0;  // the halves of inRows and outRows in use
     strip(k, ke, outRows[co]);
     rows(k, m, me, inRows[ci]);
@@ -266,7 +271,7 @@ QX_TARGET_AVX2 inline void turn_units(const Sides& s, i64 ic, i64 oc, i64 m0, i6
         if (!more && ke < k1) {
             more = true;
             nk = ke;
-            nke = unit_end(ke, gk, k1);
+            nke = unit_end(ke, gk, k1, kCols);
             nm = mt;
             nme = m1;
             no = 1 - co;
@@ -277,7 +282,7 @@ QX_TARGET_AVX2 inline void turn_units(const Sides& s, i64 ic, i64 oc, i64 m0, i6
         const Ahead ahead{inRows[1 - ci], static_cast<int>(nme - nm), outRows[no], nm, static_cast<int>(nke - nk)};
         const Ahead* next = more ? &ahead : nullptr;
         const int R = static_cast<int>(me - m), C = static_cast<int>(ke - k);
-        if (R == kUnit && C == kUnit)
+        if (R == kRows && C == kCols)
             turn_unit<true>(inRows[ci], outRows[co], m, R, C, next);
         else
             turn_unit<false>(inRows[ci], outRows[co], m, R, C, next);

@@ -90,7 +90,7 @@ TEST_F(Rotate, EveryTypeAndAngleMatchesThePixelReference) {
     const int shapes[][4] = {{1, 1, 1, 1}, {2, 2, 4, 4}, {4, 4, 2, 2}, {5, 7, 9, 8}, {9, 8, 5, 7}, {16, 16, 16, 16},
                              {17, 33, 40, 18}, {37, 70, 50, 41}, {70, 37, 30, 90}, {3, 90, 100, 2}, {100, 3, 2, 100},
                              {0, 5, 5, 5}, {5, 5, 0, 3}, {200, 136, 72, 72}, {131, 150, 141, 131},
-                             // whole-line units of 128 and 64, bands of 16 to 48, and ragged rings
+                             // whole-line units, partial ones, bands of 16 to 48, and ragged rings
                              {300, 370, 390, 310}, {256, 256, 256, 256}, {129, 200, 210, 130}};
     for (int t : {SByte, Nibble, UByte, Bit})
         for (int angle : {90, -90, 180})
@@ -152,7 +152,7 @@ TEST_F(Rotate, StopsAtTheFirstFailedCheckAndIgnoresTheStatus) {
 TEST_F(Rotate, BytesMatchThePixelReferenceWhereverTheRowsStart) {
     std::mt19937 rng(11);
     const int shapes[][4] = {{300, 290, 290, 300}, {131, 77, 70, 140}, {64, 64, 64, 64}, {17, 200, 201, 18},
-                             {200, 150, 140, 210}};
+                             {200, 150, 140, 210}, {420, 300, 300, 420}};
     for (int pitch : {512, 517})
         for (int offset : {0, 5, 16, 48})
             for (const auto& sh : shapes)
