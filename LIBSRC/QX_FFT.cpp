@@ -86,16 +86,16 @@ void calc_twiddles(float* t, int order) noexcept {
 // Behind the float table of an order in [4, kStageOrderMax], its twiddles
 // widened to double in the order the vector stages read them: for each stage
 // of q >= 4 butterflies per group (q = n/4, n/16, ...; twiddle stride
-// t = n/(4q)) and each pair of butterflies j, j + 1, the six vectors
-// (Re, Re) and (Im, Im) of W(mjt) and W(m(j+1)t) for m = 1, 2, 3. Widening is
-// exact, so a stage reading them computes what it would from the floats.
+// t = n/(4q)), each block of four butterflies j .. j + 3 and m = 1, 2, 3, the
+// real parts of W(m(j + l)t), l = 0..3, then their imaginary parts. Widening
+// is exact, so a stage reading them computes what it would from the floats.
 constexpr int kStageOrderMax = 14;
 
 std::size_t stage_doubles(int order) noexcept {
     std::size_t d = 0;
     if (order >= 4 && order <= kStageOrderMax)
         for (std::size_t q = points(order) / 4; q >= 4; q /= 4)
-            d += 12 * q;
+            d += 6 * q;
     return d;
 }
 
@@ -104,12 +104,12 @@ void fill_stages(double* e, const float* w, int order) noexcept {
         return;
     std::size_t t = 1;
     for (std::size_t q = points(order) / 4; q >= 4; q /= 4, t *= 4)
-        for (std::size_t j0 = 0; j0 < q; j0 += 2)
+        for (std::size_t j = 0; j < q; j += 4)
             for (std::size_t m = 1; m <= 3; ++m, e += 8)
-                for (std::size_t h = 0; h < 2; ++h) {
-                    const float* p = w + 2 * (j0 + h) * m * t;
-                    e[2 * h] = e[2 * h + 1] = p[0];
-                    e[4 + 2 * h] = e[4 + 2 * h + 1] = p[1];
+                for (std::size_t l = 0; l < 4; ++l) {
+                    const float* p = w + 2 * (j + l) * m * t;
+                    e[l] = p[0];
+                    e[4 + l] = p[1];
                 }
 }
 
@@ -137,6 +137,16 @@ void reorder(float* x, int order, const int* rev) noexcept {
     std::memcpy(x, tmp, 8 * n);
 }
 
+// NaNs replaced by the one quiet NaN of the float transforms.
+inline void settle_all(float* x, std::size_t count) noexcept {
+    for (std::size_t i = 0; i < count; ++i) {
+        std::uint32_t b;
+        std::memcpy(&b, x + i, 4);
+        b = qx::fft::settled(b);
+        std::memcpy(x + i, &b, 4);
+    }
+}
+
 // Radix4<FloatOps>::run followed by the bit reversal, with the AVX2 stages
 // where the processor has them; the last pass then writes bit-reversed, and
 // with `settle` settles the NaNs of a forward transform. `w` comes from
@@ -152,37 +162,20 @@ bool float_core(float* x, int order, const float* w, const int* rev, bool invers
 #if QX_FFT_X86
     if (inverse)
         FloatOps::conj(x, n);
-    const double* e = stage_twiddles(w, order);
-    if (order == 4 || order == 6) {
-        using qx::fft::avx2::small_core;
-        settle = settle && !inverse;
-        (order == 4 ? (settle ? small_core<4, true> : small_core<4, false>)
-                    : (settle ? small_core<6, true> : small_core<6, false>))(x, e, rev);
-        if (inverse)
-            FloatOps::conj(x, n);
-        return settle;
-    }
-    std::size_t t = 1;
-    for (std::size_t q = n / 4; q >= 2; q /= 4, t *= 4) {
-        qx::fft::avx2::stage_avx2(x, n, q, t, w, q >= 4 ? e : nullptr);
-        if (e && q >= 4)
-            e += 12 * q;
-    }
     settle = settle && !inverse;  // the conjugation below would turn a settled NaN
-    if (order == 3) {
-        std::uint64_t tmp[8];
-        qx::fft::avx2::pairs_scatter(x, n, rev, tmp);
-        std::memcpy(x, tmp, sizeof tmp);
-    } else {
-        using Pass = void (*)(float*, std::size_t, const int*);
-        constexpr Pass passes[2][2] = {{qx::fft::avx2::last_pass_reversed<false, false>,
-                                        qx::fft::avx2::last_pass_reversed<false, true>},
-                                       {qx::fft::avx2::last_pass_reversed<true, false>,
-                                        qx::fft::avx2::last_pass_reversed<true, true>}};
-        passes[(order & 1) == 0][settle](x, n, rev);
-    }
+    const double* e = stage_twiddles(w, order);
+    using namespace qx::fft::avx2;
+    bool nan = false;  // a NaN among the results (watched when settling)
+    if (order == 4)
+        nan = (settle ? small_core<4, true> : small_core<4, false>)(x, e, rev);
+    else if (order == 6)
+        nan = (settle ? small_core<6, true> : small_core<6, false>)(x, e, rev);
+    else
+        nan = (settle ? core<true> : core<false>)(x, order, w, e, rev);
     if (inverse)  // conjugation commutes with the permutation
         FloatOps::conj(x, n);
+    if (settle && nan)
+        settle_all(x, 2 * n);
     return settle;
 #else
     return false;
@@ -190,17 +183,8 @@ bool float_core(float* x, int order, const float* w, const int* rev, bool invers
 }
 
 // The last pass of a float transform: NaNs settled (unless the vector kernels
-// stored them settled), and with `scale` every value times f; a settled NaN
-// stays one when scaled.
-inline void settle_all(float* x, std::size_t count) noexcept {
-    for (std::size_t i = 0; i < count; ++i) {
-        std::uint32_t b;
-        std::memcpy(&b, x + i, 4);
-        b = qx::fft::settled(b);
-        std::memcpy(x + i, &b, 4);
-    }
-}
-
+// settled them), and with `scale` every value times f; a settled NaN stays
+// one when scaled.
 inline void finish_pass_body(float* x, std::size_t count, bool settle, bool scale, float f) noexcept {
     if (settle)
         settle_all(x, count);
@@ -218,8 +202,9 @@ inline void finish(float* x, std::size_t count, bool settle, bool scale, float f
 void complex_float(float* x, int order, const float* w, const int* rev, bool inverse, bool scale) noexcept {
 #if QX_FFT_X86
     if (!inverse && (order == 4 || order == 6) && use_avx2()) {  // the short way for short transforms
-        (order == 4 ? qx::fft::avx2::small_core<4, true> : qx::fft::avx2::small_core<6, true>)(
-            x, stage_twiddles(w, order), rev);
+        if ((order == 4 ? qx::fft::avx2::small_core<4, true> : qx::fft::avx2::small_core<6, true>)(
+                x, stage_twiddles(w, order), rev))
+            settle_all(x, 2 * points(order));
         return;
     }
 #endif
