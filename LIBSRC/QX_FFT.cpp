@@ -84,11 +84,13 @@ void calc_twiddles(float* t, int order) noexcept {
 }
 
 // Behind the float table of an order in [4, kStageOrderMax], its twiddles
-// widened to double in the order the vector stages read them: for each stage
-// of q >= 4 butterflies per group (q = n/4, n/16, ...; twiddle stride
-// t = n/(4q)), each block of four butterflies j .. j + 3 and m = 1, 2, 3, the
-// real parts of W(m(j + l)t), l = 0..3, then their imaginary parts. Widening
-// is exact, so a stage reading them computes what it would from the floats.
+// widened to double in the order the vector stages read them, stage by stage
+// (q = n/4, n/16, ... >= 4 butterflies per group, twiddle stride t = n/(4q)):
+// for the first stage, per block of four butterflies j .. j + 3 and
+// m = 1, 2, 3, the real parts of W(m(j + l)), l = 0..3, then their imaginary
+// parts; for the later stages, per butterfly j, the real and imaginary part
+// of W(mjt) for m = 1, 2, 3. Widening is exact, so a stage reading them
+// computes what it would from the floats.
 constexpr int kStageOrderMax = 14;
 
 std::size_t stage_doubles(int order) noexcept {
@@ -102,15 +104,20 @@ std::size_t stage_doubles(int order) noexcept {
 void fill_stages(double* e, const float* w, int order) noexcept {
     if (stage_doubles(order) == 0)
         return;
-    std::size_t t = 1;
-    for (std::size_t q = points(order) / 4; q >= 4; q /= 4, t *= 4)
-        for (std::size_t j = 0; j < q; j += 4)
-            for (std::size_t m = 1; m <= 3; ++m, e += 8)
-                for (std::size_t l = 0; l < 4; ++l) {
-                    const float* p = w + 2 * (j + l) * m * t;
-                    e[l] = p[0];
-                    e[4 + l] = p[1];
-                }
+    const std::size_t first = points(order) / 4;
+    for (std::size_t j = 0; j < first; j += 4)
+        for (std::size_t m = 1; m <= 3; ++m, e += 8)
+            for (std::size_t l = 0; l < 4; ++l) {
+                e[l] = w[2 * (j + l) * m];
+                e[4 + l] = w[2 * (j + l) * m + 1];
+            }
+    std::size_t t = 4;
+    for (std::size_t q = first / 4; q >= 4; q /= 4, t *= 4)
+        for (std::size_t j = 0; j < q; ++j)
+            for (std::size_t m = 1; m <= 3; ++m, e += 2) {
+                e[0] = w[2 * j * m * t];
+                e[1] = w[2 * j * m * t + 1];
+            }
 }
 
 // The widened copies behind a table from QXcGetFftTwdTbl, or null.
@@ -154,7 +161,7 @@ inline void settle_all(float* x, std::size_t count) noexcept {
 bool float_core(float* x, int order, const float* w, const int* rev, bool inverse, bool settle) noexcept {
     using Core = qx::fft::Radix4<FloatOps>;
     const std::size_t n = points(order);
-    if (!use_avx2() || n <= 4) {
+    if (!use_avx2() || n <= 8) {
         Core::run(x, order, w, inverse);
         reorder(x, order, rev);
         return false;
