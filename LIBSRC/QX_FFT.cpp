@@ -20,6 +20,8 @@
 #if QX_X86_PATHS
 #define QX_FFT_X86 1
 #include "qx_fft_avx2.h"
+#else
+#define QX_FFT_X86 0
 #endif
 
 namespace {
@@ -87,29 +89,33 @@ void calc_twiddles(float* t, int order) noexcept {
 // widened to double in the order the vector stages read them, stage by stage
 // (q = n/4, n/16, ... >= 4 butterflies per group, twiddle stride t = n/(4q)):
 // for the first stage, per block of four butterflies j .. j + 3 and
-// m = 1, 2, 3, the real parts of W(m(j + l)), l = 0..3, then their imaginary
-// parts; for the later stages, per butterfly j, the real and imaginary part
-// of W(mjt) for m = 1, 2, 3. Widening is exact, so a stage reading them
-// computes what it would from the floats.
+// m = 1, 2, 3, the real parts of W(m(j + l)) for l in the stage's lane order,
+// then their imaginary parts; for the later stages, per butterfly j, the real
+// and imaginary part of W(mjt) for m = 1, 2, 3. Widening is exact, so a stage
+// reading them computes what it would from the floats.
 constexpr int kStageOrderMax = 14;
+
+bool widened(int order) noexcept { return QX_FFT_X86 && order >= 4 && order <= kStageOrderMax; }
 
 std::size_t stage_doubles(int order) noexcept {
     std::size_t d = 0;
-    if (order >= 4 && order <= kStageOrderMax)
+    if (widened(order))
         for (std::size_t q = points(order) / 4; q >= 4; q /= 4)
             d += 6 * q;
     return d;
 }
 
-void fill_stages(double* e, const float* w, int order) noexcept {
-    if (stage_doubles(order) == 0)
+void fill_stages([[maybe_unused]] double* e, [[maybe_unused]] const float* w, int order) noexcept {
+    if (!widened(order))
         return;
+#if QX_FFT_X86
     const std::size_t first = points(order) / 4;
     for (std::size_t j = 0; j < first; j += 4)
         for (std::size_t m = 1; m <= 3; ++m, e += 8)
             for (std::size_t l = 0; l < 4; ++l) {
-                e[l] = w[2 * (j + l) * m];
-                e[4 + l] = w[2 * (j + l) * m + 1];
+                const std::size_t k = (j + qx::fft::avx2::kPairLane[l]) * m;
+                e[l] = w[2 * k];
+                e[4 + l] = w[2 * k + 1];
             }
     std::size_t t = 4;
     for (std::size_t q = first / 4; q >= 4; q /= 4, t *= 4)
@@ -118,12 +124,12 @@ void fill_stages(double* e, const float* w, int order) noexcept {
                 e[0] = w[2 * j * m * t];
                 e[1] = w[2 * j * m * t + 1];
             }
+#endif
 }
 
 // The widened copies behind a table from QXcGetFftTwdTbl, or null.
 const double* stage_twiddles(const float* w, int order) noexcept {
-    const bool widened = order >= 4 && order <= kStageOrderMax;  // stage_doubles(order) > 0
-    return widened ? reinterpret_cast<const double*>(w + 2 * points(order)) : nullptr;
+    return widened(order) ? reinterpret_cast<const double*>(w + 2 * points(order)) : nullptr;
 }
 
 inline bool use_avx2() noexcept { return qx::cpu::at_least(qx::cpu::Path::avx2); }

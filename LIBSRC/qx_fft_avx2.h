@@ -74,10 +74,13 @@ struct Quad {  // four complex doubles
     __m256d re, im;
 };
 
-// Elements e .. e + 3 (e a multiple of 4) as pairs; a block.
+// Elements e .. e + 3 (e a multiple of 4) as pairs, in the lane order
+// e, e + 2, e + 1, e + 3 (widened first, then split within the vector's
+// halves: cheaper than splitting the floats); a block.
+constexpr std::size_t kPairLane[4] = {0, 2, 1, 3};  // the element of each lane, less e
 QX_AVX2_INLINE Quad load_pairs(const float* x, std::size_t e) noexcept {
-    const __m128 lo = _mm_loadu_ps(x + 2 * e), hi = _mm_loadu_ps(x + 2 * e + 4);
-    return {_mm256_cvtps_pd(_mm_shuffle_ps(lo, hi, 0x88)), _mm256_cvtps_pd(_mm_shuffle_ps(lo, hi, 0xdd))};
+    const __m256d lo = _mm256_cvtps_pd(_mm_loadu_ps(x + 2 * e)), hi = _mm256_cvtps_pd(_mm_loadu_ps(x + 2 * e + 4));
+    return {_mm256_unpacklo_pd(lo, hi), _mm256_unpackhi_pd(lo, hi)};
 }
 QX_AVX2_INLINE Quad load_block(const float* p) noexcept {
     return {_mm256_cvtps_pd(_mm_loadu_ps(p)), _mm256_cvtps_pd(_mm_loadu_ps(p + 4))};
@@ -131,7 +134,7 @@ QX_AVX2_INLINE void transpose_halves(const __m256 g[4], __m256 out[4]) noexcept 
 }
 
 // Twiddles of the first stage (t = 1) for butterflies j .. j + 3, one per
-// lane: W(m j) for m = 1, 2, 3. Widened: read from the double table (per
+// lane in the order of load_pairs: W(m j) for m = 1, 2, 3. Widened: read from the double table (per
 // block of four butterflies the real parts then the imaginary parts for
 // m = 1, 2, 3). Gathered: taken from the float table (orders whose widened
 // table is not kept).
@@ -147,8 +150,8 @@ struct Gathered {
     QX_AVX2_INLINE Quad get(std::size_t j, int m) const noexcept {
         const std::size_t s = static_cast<std::size_t>(m);
         const float* p = w + 2 * j * s;
-        const __m128 lo = _mm_setr_ps(p[0], p[1], p[2 * s], p[2 * s + 1]);
-        const __m128 hi = _mm_setr_ps(p[4 * s], p[4 * s + 1], p[6 * s], p[6 * s + 1]);
+        const __m128 lo = _mm_setr_ps(p[0], p[1], p[4 * s], p[4 * s + 1]);
+        const __m128 hi = _mm_setr_ps(p[2 * s], p[2 * s + 1], p[6 * s], p[6 * s + 1]);
         return {_mm256_cvtps_pd(_mm_shuffle_ps(lo, hi, 0x88)), _mm256_cvtps_pd(_mm_shuffle_ps(lo, hi, 0xdd))};
     }
 };
@@ -196,14 +199,14 @@ QX_AVX2_INLINE void first_block(float* x, std::size_t j, std::size_t q, const Tw
         rows[t] = _mm256_set_m128(_mm256_cvtpd_ps(byQuarter[t]->im), _mm256_cvtpd_ps(byQuarter[t]->re));
     transpose_halves(rows, blocks);
     for (std::size_t l = 0; l < 4; ++l)
-        _mm256_storeu_ps(x + 2 * (l * q + j), blocks[l]);
+        _mm256_storeu_ps(x + 2 * (kPairLane[l] * q + j), blocks[l]);
 }
 
 template <class Tw>
 QX_AVX2_INLINE void first_stage(float* x, std::size_t n, const Tw& tw) noexcept {
     const std::size_t q = n / 4, mid = q / 2;
     if (q == 4) {
-        first_block<0, 2>(x, 0, q, tw);
+        first_block<0, 1>(x, 0, q, tw);  // j = 2 is lane 1
         return;
     }
     first_block<0, -1>(x, 0, q, tw);
