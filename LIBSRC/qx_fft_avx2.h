@@ -1,10 +1,11 @@
-// The float FFT kernels with AVX2, for QX_FFT.cpp only: the radix-4 stages two
-// butterflies at a time, the last pass fused with the bit reversal, and the
-// real split two pairs at a time. Every lane performs the double operations of
-// the scalar Radix4<FloatOps> and real_split in the same order (no fused
-// multiply-add), so both paths give the same bits. NaNs aside: a - b written
-// as a + (-b) and the operand order of sums can pass on another NaN, so the
-// last stores settle them (qx::fft::settled) as the plain path's last pass does.
+// The float FFT kernels with AVX2, for QX_FFT.cpp only: the radix-4 stages
+// four butterflies at a time, the last pass fused with the bit reversal, and
+// the real split two pairs at a time. Every lane performs the double
+// operations of the scalar Radix4<FloatOps> and real_split in the same order
+// and with the same roundings (a fused multiply-add serves only as an exact
+// sum), so both paths give the same bits. NaNs aside: the operand order of
+// sums can pass on another NaN, so the results' NaNs are settled
+// (qx::fft::settled) as the plain path's last pass does.
 #pragma once
 
 #include <immintrin.h>
