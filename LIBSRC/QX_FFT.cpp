@@ -20,6 +20,8 @@
 #if QX_X86_PATHS
 #define QX_FFT_X86 1
 #include "qx_fft_avx2.h"
+#else
+#define QX_FFT_X86 0
 #endif
 
 namespace {
@@ -84,39 +86,50 @@ void calc_twiddles(float* t, int order) noexcept {
 }
 
 // Behind the float table of an order in [4, kStageOrderMax], its twiddles
-// widened to double in the order the vector stages read them: for each stage
-// of q >= 4 butterflies per group (q = n/4, n/16, ...; twiddle stride
-// t = n/(4q)) and each pair of butterflies j, j + 1, the six vectors
-// (Re, Re) and (Im, Im) of W(mjt) and W(m(j+1)t) for m = 1, 2, 3. Widening is
-// exact, so a stage reading them computes what it would from the floats.
+// widened to double in the order the vector stages read them, stage by stage
+// (q = n/4, n/16, ... >= 4 butterflies per group, twiddle stride t = n/(4q)):
+// for the first stage, per block of four butterflies j .. j + 3 and
+// m = 1, 2, 3, the real parts of W(m(j + l)) for l in the stage's lane order,
+// then their imaginary parts; for the later stages, per butterfly j, the real
+// and imaginary part of W(mjt) for m = 1, 2, 3. Widening is exact, so a stage
+// reading them computes what it would from the floats.
 constexpr int kStageOrderMax = 14;
+
+bool widened(int order) noexcept { return QX_FFT_X86 && order >= 4 && order <= kStageOrderMax; }
 
 std::size_t stage_doubles(int order) noexcept {
     std::size_t d = 0;
-    if (order >= 4 && order <= kStageOrderMax)
+    if (widened(order))
         for (std::size_t q = points(order) / 4; q >= 4; q /= 4)
-            d += 12 * q;
+            d += 6 * q;
     return d;
 }
 
-void fill_stages(double* e, const float* w, int order) noexcept {
-    if (stage_doubles(order) == 0)
+void fill_stages([[maybe_unused]] double* e, [[maybe_unused]] const float* w, int order) noexcept {
+    if (!widened(order))
         return;
-    std::size_t t = 1;
-    for (std::size_t q = points(order) / 4; q >= 4; q /= 4, t *= 4)
-        for (std::size_t j0 = 0; j0 < q; j0 += 2)
-            for (std::size_t m = 1; m <= 3; ++m, e += 8)
-                for (std::size_t h = 0; h < 2; ++h) {
-                    const float* p = w + 2 * (j0 + h) * m * t;
-                    e[2 * h] = e[2 * h + 1] = p[0];
-                    e[4 + 2 * h] = e[4 + 2 * h + 1] = p[1];
-                }
+#if QX_FFT_X86
+    const std::size_t first = points(order) / 4;
+    for (std::size_t j = 0; j < first; j += 4)
+        for (std::size_t m = 1; m <= 3; ++m, e += 8)
+            for (std::size_t l = 0; l < 4; ++l) {
+                const std::size_t k = (j + qx::fft::avx2::kPairLane[l]) * m;
+                e[l] = w[2 * k];
+                e[4 + l] = w[2 * k + 1];
+            }
+    std::size_t t = 4;
+    for (std::size_t q = first / 4; q >= 4; q /= 4, t *= 4)
+        for (std::size_t j = 0; j < q; ++j)
+            for (std::size_t m = 1; m <= 3; ++m, e += 2) {
+                e[0] = w[2 * j * m * t];
+                e[1] = w[2 * j * m * t + 1];
+            }
+#endif
 }
 
 // The widened copies behind a table from QXcGetFftTwdTbl, or null.
 const double* stage_twiddles(const float* w, int order) noexcept {
-    const bool widened = order >= 4 && order <= kStageOrderMax;  // stage_doubles(order) > 0
-    return widened ? reinterpret_cast<const double*>(w + 2 * points(order)) : nullptr;
+    return widened(order) ? reinterpret_cast<const double*>(w + 2 * points(order)) : nullptr;
 }
 
 inline bool use_avx2() noexcept { return qx::cpu::at_least(qx::cpu::Path::avx2); }
@@ -137,61 +150,7 @@ void reorder(float* x, int order, const int* rev) noexcept {
     std::memcpy(x, tmp, 8 * n);
 }
 
-// Radix4<FloatOps>::run followed by the bit reversal, with the AVX2 stages
-// where the processor has them; the last pass then writes bit-reversed, and
-// with `settle` settles the NaNs of a forward transform. `w` comes from
-// QXcGetFftTwdTbl (the widened copies may follow it). True when it settled.
-bool float_core(float* x, int order, const float* w, const int* rev, bool inverse, bool settle) noexcept {
-    using Core = qx::fft::Radix4<FloatOps>;
-    const std::size_t n = points(order);
-    if (!use_avx2() || n <= 4) {
-        Core::run(x, order, w, inverse);
-        reorder(x, order, rev);
-        return false;
-    }
-#if QX_FFT_X86
-    if (inverse)
-        FloatOps::conj(x, n);
-    const double* e = stage_twiddles(w, order);
-    if (order == 4 || order == 6) {
-        using qx::fft::avx2::small_core;
-        settle = settle && !inverse;
-        (order == 4 ? (settle ? small_core<4, true> : small_core<4, false>)
-                    : (settle ? small_core<6, true> : small_core<6, false>))(x, e, rev);
-        if (inverse)
-            FloatOps::conj(x, n);
-        return settle;
-    }
-    std::size_t t = 1;
-    for (std::size_t q = n / 4; q >= 2; q /= 4, t *= 4) {
-        qx::fft::avx2::stage_avx2(x, n, q, t, w, q >= 4 ? e : nullptr);
-        if (e && q >= 4)
-            e += 12 * q;
-    }
-    settle = settle && !inverse;  // the conjugation below would turn a settled NaN
-    if (order == 3) {
-        std::uint64_t tmp[8];
-        qx::fft::avx2::pairs_scatter(x, n, rev, tmp);
-        std::memcpy(x, tmp, sizeof tmp);
-    } else {
-        using Pass = void (*)(float*, std::size_t, const int*);
-        constexpr Pass passes[2][2] = {{qx::fft::avx2::last_pass_reversed<false, false>,
-                                        qx::fft::avx2::last_pass_reversed<false, true>},
-                                       {qx::fft::avx2::last_pass_reversed<true, false>,
-                                        qx::fft::avx2::last_pass_reversed<true, true>}};
-        passes[(order & 1) == 0][settle](x, n, rev);
-    }
-    if (inverse)  // conjugation commutes with the permutation
-        FloatOps::conj(x, n);
-    return settle;
-#else
-    return false;
-#endif
-}
-
-// The last pass of a float transform: NaNs settled (unless the vector kernels
-// stored them settled), and with `scale` every value times f; a settled NaN
-// stays one when scaled.
+// NaNs replaced by the one quiet NaN of the float transforms.
 inline void settle_all(float* x, std::size_t count) noexcept {
     for (std::size_t i = 0; i < count; ++i) {
         std::uint32_t b;
@@ -201,6 +160,44 @@ inline void settle_all(float* x, std::size_t count) noexcept {
     }
 }
 
+// Radix4<FloatOps>::run followed by the bit reversal, with the AVX2 stages
+// where the processor has them; the last pass then writes bit-reversed, and
+// with `settle` settles the NaNs of a forward transform. `w` comes from
+// QXcGetFftTwdTbl (the widened copies may follow it). True when it settled.
+bool float_core(float* x, int order, const float* w, const int* rev, bool inverse, bool settle) noexcept {
+    using Core = qx::fft::Radix4<FloatOps>;
+    const std::size_t n = points(order);
+    if (!use_avx2() || n <= 8) {
+        Core::run(x, order, w, inverse);
+        reorder(x, order, rev);
+        return false;
+    }
+#if QX_FFT_X86
+    if (inverse)
+        FloatOps::conj(x, n);
+    settle = settle && !inverse;  // the conjugation below would turn a settled NaN
+    const double* e = stage_twiddles(w, order);
+    using namespace qx::fft::avx2;
+    bool nan = false;  // a NaN among the results (watched when settling)
+    if (order == 4)
+        nan = (settle ? small_core<4, true> : small_core<4, false>)(x, e, rev);
+    else if (order == 6)
+        nan = (settle ? small_core<6, true> : small_core<6, false>)(x, e, rev);
+    else
+        nan = (settle ? core<true> : core<false>)(x, order, w, e, rev);
+    if (inverse)  // conjugation commutes with the permutation
+        FloatOps::conj(x, n);
+    if (settle && nan)
+        settle_all(x, 2 * n);
+    return settle;
+#else
+    return false;
+#endif
+}
+
+// The last pass of a float transform: NaNs settled (unless the vector kernels
+// settled them), and with `scale` every value times f; a settled NaN stays
+// one when scaled.
 inline void finish_pass_body(float* x, std::size_t count, bool settle, bool scale, float f) noexcept {
     if (settle)
         settle_all(x, count);
@@ -218,8 +215,9 @@ inline void finish(float* x, std::size_t count, bool settle, bool scale, float f
 void complex_float(float* x, int order, const float* w, const int* rev, bool inverse, bool scale) noexcept {
 #if QX_FFT_X86
     if (!inverse && (order == 4 || order == 6) && use_avx2()) {  // the short way for short transforms
-        (order == 4 ? qx::fft::avx2::small_core<4, true> : qx::fft::avx2::small_core<6, true>)(
-            x, stage_twiddles(w, order), rev);
+        if ((order == 4 ? qx::fft::avx2::small_core<4, true> : qx::fft::avx2::small_core<6, true>)(
+                x, stage_twiddles(w, order), rev))
+            settle_all(x, 2 * points(order));
         return;
     }
 #endif

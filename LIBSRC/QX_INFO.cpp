@@ -87,8 +87,8 @@ Path probe() noexcept {
     unsigned a = 0, b = 0, c = 0, d = 0;
     if (__get_cpuid(1, &a, &b, &c, &d) == 0)
         return Path::plain;
-    const bool osxsave = (c >> 27) & 1u, avx = (c >> 28) & 1u;
-    if (!osxsave || !avx)
+    const bool osxsave = (c >> 27) & 1u, avx = (c >> 28) & 1u, fma = (c >> 12) & 1u;
+    if (!osxsave || !avx || !fma)  // every processor with AVX2 has FMA; its kernels may use both
         return Path::plain;
     const unsigned long long xcr = xcr0();
     if ((xcr & 0x6u) != 0x6u)  // SSE and AVX state

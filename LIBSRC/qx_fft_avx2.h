@@ -1,16 +1,19 @@
-// The float FFT kernels with AVX2, for QX_FFT.cpp only: the radix-4 stages two
-// butterflies at a time, the last pass fused with the bit reversal, and the
-// real split two pairs at a time. Every lane performs the double operations of
-// the scalar Radix4<FloatOps> and real_split in the same order (no fused
-// multiply-add), so both paths give the same bits. NaNs aside: a - b written
-// as a + (-b) and the operand order of sums can pass on another NaN, so the
-// last stores settle them (qx::fft::settled) as the plain path's last pass does.
+// The float FFT kernels with AVX2, for QX_FFT.cpp only: the radix-4 stages
+// four butterflies at a time, the last pass fused with the bit reversal, and
+// the real split two pairs at a time. Every lane performs the double
+// operations of the scalar Radix4<FloatOps> and real_split in the same order
+// and with the same roundings (a fused multiply-add serves only as an exact
+// sum), so both paths give the same bits. NaNs aside: the operand order of
+// sums can pass on another NaN, so the results' NaNs are settled
+// (qx::fft::settled) as the plain path's last pass does.
 #pragma once
 
 #include <immintrin.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <type_traits>
 
 #include "qx_cpu.h"
 #include "qx_fft.h"
@@ -22,252 +25,365 @@
 
 namespace qx::fft::avx2 {
 
-#define QX_AVX2 QX_TARGET_AVX2
+// AVX2 with FMA: the processors of the AVX2 path have both. The multiply-add
+// instructions serve only as exact sums (see sum()), never as contractions.
+#define QX_AVX2 __attribute__((target("avx2,fma")))
+// The kernels' pieces inline into their one caller whatever the optimiser's
+// budget (link-time optimisation otherwise leaves calls per block).
+#define QX_AVX2_INLINE [[gnu::always_inline]] QX_AVX2 inline
 
-QX_AVX2 inline __m256d load2(const float* p) noexcept { return _mm256_cvtps_pd(_mm_loadu_ps(p)); }
-QX_AVX2 inline void store2(float* p, __m256d v) noexcept { _mm_storeu_ps(p, _mm256_cvtpd_ps(v)); }
+QX_AVX2_INLINE __m256d load2(const float* p) noexcept { return _mm256_cvtps_pd(_mm_loadu_ps(p)); }
 
 // NaN lanes replaced by the library's one quiet NaN (qx::fft::settled).
-QX_AVX2 inline __m256 settle(__m256 v) noexcept {
+QX_AVX2_INLINE __m256 settle(__m256 v) noexcept {
     const __m256 nan = _mm256_castsi256_ps(_mm256_set1_epi32(static_cast<int>(kQuietNan)));
     return _mm256_blendv_ps(v, nan, _mm256_cmp_ps(v, v, _CMP_UNORD_Q));
 }
-QX_AVX2 inline __m128 settle(__m128 v) noexcept {
+QX_AVX2_INLINE __m128 settle(__m128 v) noexcept {
     const __m128 nan = _mm_castsi128_ps(_mm_set1_epi32(static_cast<int>(kQuietNan)));
     return _mm_blendv_ps(v, nan, _mm_cmpunord_ps(v, v));
 }
-// store2 for a result: NaNs settled.
-QX_AVX2 inline void store2_settled(float* p, __m256d v) noexcept { _mm_storeu_ps(p, settle(_mm256_cvtpd_ps(v))); }
+// A result of four complex floats stored, NaNs settled.
+QX_AVX2_INLINE void store2_settled(float* p, __m256d v) noexcept { _mm_storeu_ps(p, settle(_mm256_cvtpd_ps(v))); }
 
-// Twiddles W(j0 * s) and W((j0 + 1) * s).
-QX_AVX2 inline __m256d twiddles2(const float* w, std::size_t j0, std::size_t s) noexcept {
-    const float* p = w + 2 * j0 * s;
-    if (s == 1)
-        return load2(p);
-    __m128d lo = _mm_load_sd(reinterpret_cast<const double*>(p));
-    __m128d both = _mm_loadh_pd(lo, reinterpret_cast<const double*>(p + 2 * s));
-    return _mm256_cvtps_pd(_mm_castpd_ps(both));
+QX_AVX2_INLINE __m256d swap_pairs(__m256d x) noexcept { return _mm256_permute_pd(x, 0b0101); }
+QX_AVX2_INLINE __m256d flip_im(__m256d x) noexcept { return _mm256_xor_pd(x, _mm256_set_pd(-0.0, 0.0, -0.0, 0.0)); }
+QX_AVX2_INLINE __m256d negate(__m256d x) noexcept { return _mm256_xor_pd(x, _mm256_set1_pd(-0.0)); }
+
+// a + b and a - b computed as a * 1 + b and a * 1 - b: the product by one is
+// exact, so the one rounding of the fused instruction is the rounding of the
+// sum, signed zeros and infinities included. They run on the multiply units,
+// which the stages leave half idle while the adders also convert.
+QX_AVX2_INLINE __m256d sum(__m256d a, __m256d b) noexcept { return _mm256_fmadd_pd(a, _mm256_set1_pd(1.0), b); }
+QX_AVX2_INLINE __m256d dif(__m256d a, __m256d b) noexcept { return _mm256_fmsub_pd(a, _mm256_set1_pd(1.0), b); }
+
+// ---------------------------------------------------------------------------
+// The radix-4 stages on four butterflies at a time, in split form: one vector
+// of four real parts, one of four imaginary parts.
+//
+// Between stages the floats are kept quartered. An index splits into its top
+// two bits T (the quarter), middle bits M and low two bits L. Every stage
+// after the first combines elements of one quarter only, so the four
+// quarters' elements of equal M and L (the four T) form one block: their four
+// real parts, then their four imaginary parts, 32 bytes at element position
+// 4M + L n/4 (T and L exchanged). A butterfly of those stages is then four
+// butterflies, one per lane, with the same twiddles. The first stage reads
+// the caller's pairs and transposes its results into blocks; the last pass
+// writes pairs in bit-reversed order.
+
+struct Quad {  // four complex doubles
+    __m256d re, im;
+};
+
+// Elements e .. e + 3 (e a multiple of 4) as pairs, in the lane order
+// e, e + 2, e + 1, e + 3 (widened first, then split within the vector's
+// halves: cheaper than splitting the floats); a block.
+constexpr std::size_t kPairLane[4] = {0, 2, 1, 3};  // the element of each lane, less e
+QX_AVX2_INLINE Quad load_pairs(const float* x, std::size_t e) noexcept {
+    const __m256d lo = _mm256_cvtps_pd(_mm_loadu_ps(x + 2 * e)), hi = _mm256_cvtps_pd(_mm_loadu_ps(x + 2 * e + 4));
+    return {_mm256_unpacklo_pd(lo, hi), _mm256_unpackhi_pd(lo, hi)};
+}
+QX_AVX2_INLINE Quad load_block(const float* p) noexcept {
+    return {_mm256_cvtps_pd(_mm_loadu_ps(p)), _mm256_cvtps_pd(_mm_loadu_ps(p + 4))};
+}
+QX_AVX2_INLINE void store_block(float* p, const Quad& v) noexcept {
+    _mm_storeu_ps(p, _mm256_cvtpd_ps(v.re));
+    _mm_storeu_ps(p + 4, _mm256_cvtpd_ps(v.im));
 }
 
-QX_AVX2 inline __m256d swap_pairs(__m256d x) noexcept { return _mm256_permute_pd(x, 0b0101); }
-QX_AVX2 inline __m256d flip_im(__m256d x) noexcept { return _mm256_xor_pd(x, _mm256_set_pd(-0.0, 0.0, -0.0, 0.0)); }
-
-// x * w per complex lane, given w's real and imaginary parts duplicated:
-// (xr wr - xi wi, xi wr + xr wi).
-QX_AVX2 inline __m256d cmul(__m256d x, __m256d wr, __m256d wi) noexcept {
-    return _mm256_addsub_pd(_mm256_mul_pd(x, wr), _mm256_mul_pd(swap_pairs(x), wi));
+// The butterfly's four results before twiddles, indexed as the scalar kernel
+// names them: r[0] = (a + c) + (b + d), r[2] = (a + c) - (b + d),
+// r[1] = (a - c) - i(b - d), r[3] = (a - c) + i(b - d).
+QX_AVX2_INLINE void radix4(const Quad& a, const Quad& b, const Quad& c, const Quad& d, Quad r[4]) noexcept {
+    const Quad s1{sum(a.re, c.re), sum(a.im, c.im)}, s2{sum(b.re, d.re), sum(b.im, d.im)};
+    const Quad d1{dif(a.re, c.re), dif(a.im, c.im)}, d2{dif(b.re, d.re), dif(b.im, d.im)};
+    r[0] = {sum(s1.re, s2.re), sum(s1.im, s2.im)};
+    r[2] = {dif(s1.re, s2.re), dif(s1.im, s2.im)};
+    r[1] = {sum(d1.re, d2.im), dif(d1.im, d2.re)};
+    r[3] = {dif(d1.re, d2.im), sum(d1.im, d2.re)};
 }
 
-// Twiddles W(m j) (m = 1, 2, 3) of butterflies j0 and j0 + 1, as duplicated
-// real and imaginary parts: read from the table, or from a copy expanded
-// once per stage when the stage has many groups.
-struct TableTwiddles {
+// x * w: (xr wr - xi wi, xr wi + xi wr), products and sums rounded apart.
+QX_AVX2_INLINE Quad times(const Quad& x, const Quad& w) noexcept {
+    return {_mm256_sub_pd(_mm256_mul_pd(x.re, w.re), _mm256_mul_pd(x.im, w.im)),
+            _mm256_add_pd(_mm256_mul_pd(x.re, w.im), _mm256_mul_pd(x.im, w.re))};
+}
+
+// The products of j = q/2 by the constant c: W(2j) = -i, W(j) = c(1 - i),
+// W(3j) = -c(1 + i), for r[2], r[1], r[3].
+QX_AVX2_INLINE void eighth(const Quad r[4], Quad y[4]) noexcept {
+    const __m256d k = _mm256_set1_pd(FloatOps::kC);
+    y[2] = {r[2].im, negate(r[2].re)};
+    y[1] = {_mm256_mul_pd(k, _mm256_add_pd(r[1].re, r[1].im)), _mm256_mul_pd(k, _mm256_sub_pd(r[1].im, r[1].re))};
+    y[3] = {_mm256_mul_pd(k, _mm256_sub_pd(r[3].im, r[3].re)), negate(_mm256_mul_pd(k, _mm256_add_pd(r[3].re, r[3].im)))};
+}
+
+template <int kLane>
+QX_AVX2_INLINE Quad take_lane(const Quad& into, const Quad& from) noexcept {
+    return {_mm256_blend_pd(into.re, from.re, 1 << kLane), _mm256_blend_pd(into.im, from.im, 1 << kLane)};
+}
+
+// Both 4x4 halves of four rows transposed: out[c] holds element c of each row,
+// in its low half from the rows' low halves, in its high half from their high.
+QX_AVX2_INLINE void transpose_halves(const __m256 g[4], __m256 out[4]) noexcept {
+    const __m256 t0 = _mm256_unpacklo_ps(g[0], g[1]), t1 = _mm256_unpackhi_ps(g[0], g[1]);
+    const __m256 t2 = _mm256_unpacklo_ps(g[2], g[3]), t3 = _mm256_unpackhi_ps(g[2], g[3]);
+    out[0] = _mm256_shuffle_ps(t0, t2, 0x44);
+    out[1] = _mm256_shuffle_ps(t0, t2, 0xee);
+    out[2] = _mm256_shuffle_ps(t1, t3, 0x44);
+    out[3] = _mm256_shuffle_ps(t1, t3, 0xee);
+}
+
+// Twiddles of the first stage (t = 1) for butterflies j .. j + 3, one per
+// lane in the order of load_pairs: W(m j) for m = 1, 2, 3. Widened: read from the double table (per
+// block of four butterflies the real parts then the imaginary parts for
+// m = 1, 2, 3). Gathered: taken from the float table (orders whose widened
+// table is not kept).
+struct Widened {
+    const double* w;
+    QX_AVX2_INLINE Quad get(std::size_t j, int m) const noexcept {
+        const double* p = w + 6 * j + 8 * (m - 1);
+        return {_mm256_load_pd(p), _mm256_load_pd(p + 4)};
+    }
+};
+struct Gathered {
     const float* w;
-    std::size_t j0, t;
-    QX_AVX2 void get(std::size_t m, __m256d& wr, __m256d& wi) const noexcept {
-        __m256d v = twiddles2(w, j0, m * t);
-        wr = _mm256_movedup_pd(v);
-        wi = _mm256_permute_pd(v, 0b1111);
+    QX_AVX2_INLINE Quad get(std::size_t j, int m) const noexcept {
+        const std::size_t s = static_cast<std::size_t>(m);
+        const float* p = w + 2 * j * s;
+        const __m128 lo = _mm_setr_ps(p[0], p[1], p[4 * s], p[4 * s + 1]);
+        const __m128 hi = _mm_setr_ps(p[2 * s], p[2 * s + 1], p[6 * s], p[6 * s + 1]);
+        return {_mm256_cvtps_pd(_mm_shuffle_ps(lo, hi, 0x88)), _mm256_cvtps_pd(_mm_shuffle_ps(lo, hi, 0xdd))};
+    }
+};
+// Twiddles of a later stage (stride t) for butterfly j, the same in every
+// lane: from the double table (per j the real and imaginary part for
+// m = 1, 2, 3), or from the float table.
+struct Spread {
+    const double* w;
+    QX_AVX2_INLINE Quad get(std::size_t j, int m) const noexcept {
+        const double* p = w + 6 * j + 2 * (m - 1);
+        return {_mm256_broadcast_sd(p), _mm256_broadcast_sd(p + 1)};
+    }
+};
+struct SpreadGathered {
+    const float* w;
+    std::size_t t;
+    QX_AVX2_INLINE Quad get(std::size_t j, int m) const noexcept {
+        const float* p = w + 2 * j * static_cast<std::size_t>(m) * t;
+        return {_mm256_set1_pd(p[0]), _mm256_set1_pd(p[1])};
     }
 };
 
-struct ExpandedTwiddles {
-    const __m256d* e;  // wr, wi for m = 1, 2, 3
-    QX_AVX2 void get(std::size_t m, __m256d& wr, __m256d& wi) const noexcept {
-        wr = e[2 * m - 2];
-        wi = e[2 * m - 1];
+// First-stage butterflies j .. j + 3 (q = n/4 apart) from pairs into the four
+// blocks of index j .. j + 3. Lane kZero (or none: -1) is j = 0, which takes
+// no twiddles; lane kEighth is j = q/2. The blocks take the same 32-byte runs
+// the butterflies read, so the stage works in place.
+template <int kZero, int kEighth, class Tw>
+QX_AVX2_INLINE void first_block(float* x, std::size_t j, std::size_t q, const Tw& tw) noexcept {
+    Quad r[4];
+    radix4(load_pairs(x, j), load_pairs(x, j + q), load_pairs(x, j + 2 * q), load_pairs(x, j + 3 * q), r);
+    Quad y[4] = {r[0], times(r[1], tw.get(j, 1)), times(r[2], tw.get(j, 2)), times(r[3], tw.get(j, 3))};
+    if constexpr (kZero >= 0)
+        for (int k = 1; k < 4; ++k)
+            y[k] = take_lane<kZero>(y[k], r[k]);
+    if constexpr (kEighth >= 0) {
+        Quad e[4];
+        eighth(r, e);
+        for (int k = 1; k < 4; ++k)
+            y[k] = take_lane<kEighth>(y[k], e[k]);
     }
-};
-
-// Butterflies j0 and j0 + 1 of one group. kind 0: both general; 1: lane 0
-// is j = 0; 2: lane 0 is j = q/2; 3: lane 0 is j = 0 and lane 1 is j = q/2.
-template <int kind, class Tw>
-QX_AVX2 inline void block2(float* p, std::size_t q, const Tw& tw) noexcept {
-    __m256d a = load2(p), b = load2(p + 2 * q), c = load2(p + 4 * q), d = load2(p + 6 * q);
-    __m256d s1 = _mm256_add_pd(a, c), s2 = _mm256_add_pd(b, d);
-    __m256d d1 = _mm256_sub_pd(a, c), d2 = _mm256_sub_pd(b, d);
-    __m256d x0 = _mm256_add_pd(s1, s2), x2 = _mm256_sub_pd(s1, s2);
-    __m256d x1 = _mm256_add_pd(d1, flip_im(swap_pairs(d2)));  // (a - c) - i(b - d)
-    __m256d x3 = _mm256_addsub_pd(d1, swap_pairs(d2));        // (a - c) + i(b - d)
-    __m256d y1 = x1, y2 = x2, y3 = x3;
-    if constexpr (kind != 3) {
-        __m256d wr, wi;
-        tw.get(2, wr, wi);
-        y2 = cmul(x2, wr, wi);
-        tw.get(1, wr, wi);
-        y1 = cmul(x1, wr, wi);
-        tw.get(3, wr, wi);
-        y3 = cmul(x3, wr, wi);
-    }
-    if constexpr (kind == 1 || kind == 3) {
-        y1 = _mm256_blend_pd(y1, x1, 0b0011);
-        y2 = _mm256_blend_pd(y2, x2, 0b0011);
-        y3 = _mm256_blend_pd(y3, x3, 0b0011);
-    }
-    if constexpr (kind == 2 || kind == 3) {
-        // W(2j) = -i, W(j) = c(1 - i), W(3j) = -c(1 + i) with the constant c
-        constexpr int lane = kind == 2 ? 0b0011 : 0b1100;
-        const __m256d k = _mm256_set1_pd(FloatOps::kC);
-        __m256d e2 = flip_im(swap_pairs(x2));
-        __m256d e1 = _mm256_mul_pd(k, _mm256_add_pd(x1, flip_im(swap_pairs(x1))));
-        __m256d e3 = flip_im(_mm256_mul_pd(k, _mm256_addsub_pd(swap_pairs(x3), x3)));
-        y1 = _mm256_blend_pd(y1, e1, lane);
-        y2 = _mm256_blend_pd(y2, e2, lane);
-        y3 = _mm256_blend_pd(y3, e3, lane);
-    }
-    store2(p, x0);
-    store2(p + 2 * q, y2);
-    store2(p + 4 * q, y1);
-    store2(p + 6 * q, y3);
+    // Results by quarter: x0, then the index-2 term, index 1, index 3.
+    const Quad* byQuarter[4] = {&y[0], &y[2], &y[1], &y[3]};
+    __m256 rows[4], blocks[4];
+    for (int t = 0; t < 4; ++t)
+        rows[t] = _mm256_set_m128(_mm256_cvtpd_ps(byQuarter[t]->im), _mm256_cvtpd_ps(byQuarter[t]->re));
+    transpose_halves(rows, blocks);
+    for (std::size_t l = 0; l < 4; ++l)
+        _mm256_storeu_ps(x + 2 * (kPairLane[l] * q + j), blocks[l]);
 }
 
-// Every group of one stage; tw(j0) gives the twiddles of butterflies j0, j0 + 1.
-template <class TwOf>
-QX_AVX2 inline void groups_avx2(float* x, std::size_t n, std::size_t q, TwOf tw) noexcept {
-    const std::size_t L = 4 * q, mid = q / 2;
-    for (std::size_t g = 0; g < n; g += L) {
-        float* p = x + 2 * g;
-        if (q == 2) {
-            block2<3>(p, q, tw(0));
-            continue;
-        }
-        block2<1>(p, q, tw(0));
-        for (std::size_t j0 = 2; j0 < mid; j0 += 2)
-            block2<0>(p + 2 * j0, q, tw(j0));
-        block2<2>(p + 2 * mid, q, tw(mid));
-        for (std::size_t j0 = mid + 2; j0 < q; j0 += 2)
-            block2<0>(p + 2 * j0, q, tw(j0));
-    }
-}
-
-// One radix-4 stage with q >= 2; `e` holds the stage's widened twiddles
-// (null: read the float table).
-QX_AVX2 void stage_avx2(float* x, std::size_t n, std::size_t q, std::size_t t, const float* w,
-                        const double* e) noexcept {
-    if (e) {
-        const auto* v = reinterpret_cast<const __m256d*>(e);
-        groups_avx2(x, n, q, [v](std::size_t j0) { return ExpandedTwiddles{v + 3 * j0}; });
+template <class Tw>
+QX_AVX2_INLINE void first_stage(float* x, std::size_t n, const Tw& tw) noexcept {
+    const std::size_t q = n / 4, mid = q / 2;
+    if (q == 4) {
+        first_block<0, 1>(x, 0, q, tw);  // j = 2 is lane 1
         return;
     }
-    constexpr std::size_t kMaxExpanded = 256;
-    if (n / (4 * q) >= 4 && q <= kMaxExpanded) {
-        __m256d ex[3 * kMaxExpanded];  // six vectors per pair of butterflies
-        for (std::size_t j0 = 0; j0 < q; j0 += 2) {
-            TableTwiddles tw{w, j0, t};
-            for (std::size_t m = 1; m <= 3; ++m)
-                tw.get(m, ex[3 * j0 + 2 * m - 2], ex[3 * j0 + 2 * m - 1]);
-        }
-        groups_avx2(x, n, q, [ex = static_cast<const __m256d*>(ex)](std::size_t j0) { return ExpandedTwiddles{ex + 3 * j0}; });
-    } else {
-        groups_avx2(x, n, q, [w, t](std::size_t j0) { return TableTwiddles{w, j0, t}; });
-    }
+    first_block<0, -1>(x, 0, q, tw);
+    for (std::size_t j = 4; j < mid; j += 4)
+        first_block<-1, -1>(x, j, q, tw);
+    first_block<-1, 0>(x, mid, q, tw);
+    for (std::size_t j = mid + 4; j < q; j += 4)
+        first_block<-1, -1>(x, j, q, tw);
 }
 
-// (u, v) -> (u + v, u - v) for the two complex halves of a vector.
-QX_AVX2 inline __m256d sum_dif(__m256d uv) noexcept {
-    __m256d u = _mm256_permute2f128_pd(uv, uv, 0x00), v = _mm256_permute2f128_pd(uv, uv, 0x11);
-    return _mm256_add_pd(u, _mm256_xor_pd(v, _mm256_set_pd(-0.0, -0.0, 0.0, 0.0)));
+// Four butterflies (one per lane) on the blocks a, b, c, d. kKind 0: j = 0
+// (no twiddles); 1: general (w: W(j), W(2j), W(3j)); 2: j = q/2 (the constant).
+template <int kKind>
+QX_AVX2_INLINE void lane_block(float* a, float* b, float* c, float* d, const Quad* w) noexcept {
+    Quad r[4];
+    radix4(load_block(a), load_block(b), load_block(c), load_block(d), r);
+    Quad y[4] = {r[0], r[1], r[2], r[3]};
+    if constexpr (kKind == 1)
+        for (int k = 1; k < 4; ++k)
+            y[k] = times(r[k], w[k - 1]);
+    if constexpr (kKind == 2)
+        eighth(r, y);
+    store_block(a, y[0]);
+    store_block(b, y[2]);
+    store_block(c, y[1]);
+    store_block(d, y[3]);
 }
 
-// The last pass fused with the bit reversal, in place, NaNs settled with kSettle (orders >= 4): the
-// q = 1 radix-4 stage for even orders, the radix-2 pass for odd ones. An index
-// splits into its top two bits T, middle bits M and low two bits L. The pass
-// combines the elements of equal T and M; the reversal takes (T, M, L) to
-// (rev L, rev M, rev T). So the 16 elements of middle M (four runs of four,
-// one per quarter) land as four runs of four at middle rev M: the runs are
-// transposed in float, widened, combined and stored whole, the blocks M and
-// rev M together.
-// Four complex floats read as the two halves the stage before stored: a
-// whole-vector read of two recent half-vector stores would wait for them to
-// reach the cache instead of taking them from the store buffer (small
-// transforms, whose last stage's stores are all still recent).
-template <bool kHalves>
-QX_AVX2 inline __m256d run4(const float* p) noexcept {
-    if constexpr (kHalves)
-        return _mm256_castps_pd(_mm256_insertf128_ps(_mm256_castps128_ps256(_mm_loadu_ps(p)), _mm_loadu_ps(p + 4), 1));
-    return _mm256_castps_pd(_mm256_loadu_ps(p));
+// Butterfly j of every group of a later stage: p is its a in the first group.
+template <int kKind>
+QX_AVX2_INLINE void lane_groups(float* p, std::size_t q, std::size_t quarter, const Quad* w) noexcept {
+    for (std::size_t g = 0; g < quarter; g += 4 * q, p += 8 * q)
+        lane_block<kKind>(p, p + 2 * q, p + 4 * q, p + 6 * q, w);
 }
 
-template <bool kRadix4, bool kSettle, bool kHalves>
-QX_AVX2 inline void last_block(const float* x, std::size_t quarter, std::size_t at, __m256 y[4]) noexcept {
-    // Runs in the lane order of their destination: quarters 0, 2, 1, 3.
-    const float* p = x + 2 * at;
-    const __m256d g0 = run4<kHalves>(p), g1 = run4<kHalves>(p + 4 * quarter);
-    const __m256d g2 = run4<kHalves>(p + 2 * quarter), g3 = run4<kHalves>(p + 6 * quarter);
-    const __m256d t0 = _mm256_unpacklo_pd(g0, g1), t1 = _mm256_unpackhi_pd(g0, g1);
-    const __m256d t2 = _mm256_unpacklo_pd(g2, g3), t3 = _mm256_unpackhi_pd(g2, g3);
-    const __m256 v[4] = {_mm256_castpd_ps(_mm256_permute2f128_pd(t0, t2, 0x20)),
-                         _mm256_castpd_ps(_mm256_permute2f128_pd(t1, t3, 0x20)),
-                         _mm256_castpd_ps(_mm256_permute2f128_pd(t0, t2, 0x31)),
-                         _mm256_castpd_ps(_mm256_permute2f128_pd(t1, t3, 0x31))};  // element L of each run
-    __m128 half[2][4];
-    for (int h = 0; h < 2; ++h) {
-        __m256d u[4];
-        for (int l = 0; l < 4; ++l)
-            u[l] = _mm256_cvtps_pd(h ? _mm256_extractf128_ps(v[l], 1) : _mm256_castps256_ps128(v[l]));
-        const __m256d a = u[0], b = u[1], c = u[2], d = u[3];
-        __m256d r[4];  // by destination quarter
-        if constexpr (kRadix4) {
-            const __m256d s1 = _mm256_add_pd(a, c), s2 = _mm256_add_pd(b, d);
-            const __m256d d1 = _mm256_sub_pd(a, c), d2 = _mm256_sub_pd(b, d);
-            r[0] = _mm256_add_pd(s1, s2);
-            r[2] = _mm256_sub_pd(s1, s2);
-            r[1] = _mm256_add_pd(d1, flip_im(swap_pairs(d2)));  // (a - c) - i(b - d)
-            r[3] = _mm256_addsub_pd(d1, swap_pairs(d2));        // (a - c) + i(b - d)
-        } else {
-            r[0] = _mm256_add_pd(a, b);
-            r[2] = _mm256_sub_pd(a, b);
-            r[1] = _mm256_add_pd(c, d);
-            r[3] = _mm256_sub_pd(c, d);
-        }
-        for (int k = 0; k < 4; ++k)
-            half[h][k] = _mm256_cvtpd_ps(r[k]);
-    }
-    for (int k = 0; k < 4; ++k)
-        y[k] = kSettle ? settle(_mm256_set_m128(half[1][k], half[0][k])) : _mm256_set_m128(half[1][k], half[0][k]);
-}
-
-template <bool kRadix4, bool kSettle, bool kHalves = false>
-QX_AVX2 void last_pass_reversed(float* x, std::size_t n, const int* rev) noexcept {
+// A later stage of q >= 4 butterflies per group, on quartered blocks: for
+// each j its twiddles once, then every group. Index i of a quarter is in the
+// block at element position (i mod 4) n/4 + (i - i mod 4).
+template <class Tw>
+QX_AVX2_INLINE void lane_stage(float* x, std::size_t n, std::size_t q, const Tw& tw) noexcept {
     const std::size_t quarter = n / 4;
+    // j in the order its blocks lie (j mod 4 = 0, 1, 2, 3 in turn): the blocks
+    // of j and j + 1 are n/4 elements apart, a multiple of 4 KiB at larger n,
+    // where a load that follows a store 4 KiB away waits for it.
+    for (std::size_t l = 0; l < 4; ++l)
+        for (std::size_t j = l; j < q; j += 4) {
+            float* p = x + 2 * (l * quarter + j - l);
+            if (j == 0) {
+                lane_groups<0>(p, q, quarter, nullptr);
+            } else if (j == q / 2) {
+                lane_groups<2>(p, q, quarter, nullptr);
+            } else {
+                const Quad w[3] = {tw.get(j, 1), tw.get(j, 2), tw.get(j, 3)};
+                lane_groups<1>(p, q, quarter, w);
+            }
+        }
+}
+
+// The q = 2 stage of an odd order on quartered blocks. In a group of eight
+// indices, butterfly j (0: no twiddles, 1: the constant) has a and b at
+// L = j and j + 2, c and d in the same places of the next middle.
+QX_AVX2_INLINE void lane_stage2(float* x, std::size_t n) noexcept {
+    const std::size_t quarter = n / 4;
+    for (std::size_t g = 0; g < quarter; g += 8) {
+        float* a = x + 2 * g;
+        lane_block<0>(a, a + 4 * quarter, a + 8, a + 4 * quarter + 8, nullptr);
+        a += 2 * quarter;
+        lane_block<2>(a, a + 4 * quarter, a + 8, a + 4 * quarter + 8, nullptr);
+    }
+}
+
+// The last pass fused with the bit reversal, in place, from quartered blocks:
+// the q = 1 radix-4 stage for even orders, the radix-2 pass for odd ones. It
+// combines the elements of equal T and M, the blocks L = 0..3 of middle M;
+// the reversal takes (T, M, L) to (rev L, rev M, rev T), so the results land
+// as four runs of four at middle rev M, one per quarter, lane T at run
+// position rev T. The blocks of M are the runs of rev M, so M and rev M are
+// done together. With kWatch it tells whether any result is a NaN (for the
+// caller to settle: rare, and cheaper than settling every store).
+template <bool kRadix4>
+QX_AVX2_INLINE void last_block(const float* x, std::size_t quarter, std::size_t at, __m256 y[4]) noexcept {
+    Quad u[4];
+    for (std::size_t l = 0; l < 4; ++l)
+        u[l] = load_block(x + 2 * (l * quarter + at));
+    Quad r[4];  // by destination quarter
+    if constexpr (kRadix4) {
+        radix4(u[0], u[1], u[2], u[3], r);
+    } else {
+        r[0] = {sum(u[0].re, u[1].re), sum(u[0].im, u[1].im)};
+        r[2] = {dif(u[0].re, u[1].re), dif(u[0].im, u[1].im)};
+        r[1] = {sum(u[2].re, u[3].re), sum(u[2].im, u[3].im)};
+        r[3] = {dif(u[2].re, u[3].re), dif(u[2].im, u[3].im)};
+    }
+    // Run positions 0, 1 hold T = 0, 2 and positions 2, 3 hold T = 1, 3: the
+    // lane pairs of the unpacks.
+    for (int k = 0; k < 4; ++k) {
+        const __m128 lo = _mm256_cvtpd_ps(_mm256_unpacklo_pd(r[k].re, r[k].im));
+        const __m128 hi = _mm256_cvtpd_ps(_mm256_unpackhi_pd(r[k].re, r[k].im));
+        y[k] = _mm256_set_m128(hi, lo);
+    }
+}
+
+// NaN lanes of y[0..3] added to `nan`.
+QX_AVX2_INLINE __m256 watch(__m256 nan, const __m256 y[4]) noexcept {
+    for (int k = 0; k < 4; ++k)
+        nan = _mm256_or_ps(nan, _mm256_cmp_ps(y[k], y[k], _CMP_UNORD_Q));
+    return nan;
+}
+
+template <bool kRadix4, bool kWatch>
+QX_AVX2_INLINE bool last_pass_reversed(float* x, std::size_t n, const int* rev) noexcept {
+    const std::size_t quarter = n / 4;
+    __m256 nan = _mm256_setzero_ps();
     for (std::size_t at = 0; at < quarter; at += 4) {
         const std::size_t to = static_cast<std::size_t>(rev[at]);  // 4 rev M
         if (to < at)
             continue;
         __m256 y[4], z[4];
-        last_block<kRadix4, kSettle, kHalves>(x, quarter, at, y);
+        last_block<kRadix4>(x, quarter, at, y);
         if (to != at) {
-            last_block<kRadix4, kSettle, kHalves>(x, quarter, to, z);
+            last_block<kRadix4>(x, quarter, to, z);
             for (std::size_t k = 0; k < 4; ++k)
                 _mm256_storeu_ps(x + 2 * (k * quarter + at), z[k]);
+            if constexpr (kWatch)
+                nan = watch(nan, z);
         }
         for (std::size_t k = 0; k < 4; ++k)
             _mm256_storeu_ps(x + 2 * (k * quarter + to), y[k]);
+        if constexpr (kWatch)
+            nan = watch(nan, y);
     }
+    return _mm256_movemask_ps(nan) != 0;
 }
 
-// The whole core of an even order kOrder (4 or 6) with every count and
-// offset known: the stages of q >= 4 on the widened twiddles `e`, then the
-// last pass.
-template <int kOrder, bool kSettle>
-QX_AVX2 __attribute__((flatten)) void small_core(float* x, const double* e, const int* rev) noexcept {
+// The core and the bit reversal of an order of at least 4: the first stage,
+// the later stages of q >= 4, the q = 2 stage of odd orders, the last pass.
+// `e`: the widened twiddles (null: taken from the float table `w`). With
+// kWatch, true when a result is a NaN.
+template <bool kWatch>
+QX_AVX2_INLINE bool core_body(float* x, int order, const float* w, const double* e, const int* rev) noexcept {
+    const std::size_t n = points(order);
+    std::size_t q = n / 4, t = 1;
+    if (e) {
+        first_stage(x, n, Widened{e});
+        e += 6 * q;
+    } else {
+        first_stage(x, n, Gathered{w});
+    }
+    for (q /= 4, t *= 4; q >= 4; q /= 4, t *= 4) {
+        if (e) {
+            lane_stage(x, n, q, Spread{e});
+            e += 6 * q;
+        } else {
+            lane_stage(x, n, q, SpreadGathered{w, t});
+        }
+    }
+    if (q == 2) {
+        lane_stage2(x, n);
+        return last_pass_reversed<false, kWatch>(x, n, rev);
+    }
+    return last_pass_reversed<true, kWatch>(x, n, rev);
+}
+
+template <bool kWatch>
+QX_AVX2 bool core(float* x, int order, const float* w, const double* e, const int* rev) noexcept {
+    return core_body<kWatch>(x, order, w, e, rev);
+}
+
+// The whole core of order kOrder (4 or 6) with every count and offset known.
+template <int kOrder, bool kWatch>
+QX_AVX2 __attribute__((flatten)) bool small_core(float* x, const double* e, const int* rev) noexcept {
     constexpr std::size_t n = std::size_t{1} << kOrder;
-    const auto* v = reinterpret_cast<const __m256d*>(e);
-    if constexpr (kOrder == 6) {
-        groups_avx2(x, n, 16, [v](std::size_t j0) { return ExpandedTwiddles{v + 3 * j0}; });
-        v += 3 * 16;
-    }
-    groups_avx2(x, n, 4, [v](std::size_t j0) { return ExpandedTwiddles{v + 3 * j0}; });
-    last_pass_reversed<true, kSettle, true>(x, n, rev);
-}
-
-// The closing radix-2 pass of order 3, into bit-reversed positions of `out`, NaNs settled.
-QX_AVX2 void pairs_scatter(const float* x, std::size_t n, const int* rev, std::uint64_t* out) noexcept {
-    for (std::size_t k = 0; k < n; k += 2) {
-        const __m128 f = settle(_mm256_cvtpd_ps(sum_dif(load2(x + 2 * k))));
-        _mm_storel_pi(reinterpret_cast<__m64*>(out + rev[k]), f);
-        _mm_storeh_pi(reinterpret_cast<__m64*>(out + rev[k + 1]), f);
-    }
+    first_stage(x, n, Widened{e});
+    if constexpr (kOrder == 6)
+        lane_stage(x, n, 4, Spread{e + 6 * 16});
+    return last_pass_reversed<true, kWatch>(x, n, rev);
 }
 
 // The real split for pairs (k, m - k), (k + 1, m - k - 1) at a time, with the

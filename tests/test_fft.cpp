@@ -159,7 +159,8 @@ TEST_F(FftTest, EveryKernelPathGivesThePlainBytes) {
         }
         return v;
     };
-    for (int order : {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14}) {
+    // Order 15 is past the widened twiddle tables: its vector stages gather them.
+    for (int order : {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}) {
         const std::size_t n = std::size_t{1} << order;
         for (const auto& [fn, complex] : transforms) {
             const std::size_t count = complex ? 2 * n : n;
