@@ -200,8 +200,6 @@ template <bool Full>
     for (int q = 0; q < Q; ++q) {
         const int nCols = C - 32 * q == 16 ? 2 : 4;
         for (int j = 0; j < 8; ++j) {
-            if (next)
-                fetch_ahead(*next, q * 8 + j, nIn, nOut);
             const int col[4] = {32 * q + 2 * j, 32 * q + 2 * j + 1, 32 * q + 2 * j + 16, 32 * q + 2 * j + 17};
             for (int r = 0; r < R; r += 32) {
                 std::uint8_t* p[4] = {};
@@ -209,6 +207,8 @@ template <bool Full>
                     p[i] = d[col[i]] + m + r;
                 put_columns(t + r / 8, q, j, R - r, p, nCols);
             }
+            if (next)
+                fetch_ahead(*next, q * 8 + j, nIn, nOut);
         }
     }
 }
