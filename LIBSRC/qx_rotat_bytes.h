@@ -228,28 +228,37 @@ inline i64 unit_end(i64 pos, i64 g, i64 e, i64 size) {
     return std::min(pos + size, g + ((e - g) & ~i64{63}));
 }
 
+// The units along one side, [p0, e) with lines starting at g (mod 64), cut by
+// unit_end: the last one first, then from p0 on, so that a line shared by the
+// end of one row and the start of the next is met by two units in a row.
+struct Walk {
+    i64 p0, e, g, size, last;
+    Walk(i64 p0_, i64 e_, i64 g_, i64 size_) : p0(p0_), e(e_), g(g_), size(size_), last(p0_) {
+        while (unit_end(last, g, e, size) < e)
+            last = unit_end(last, g, e, size);
+    }
+    // The unit after [p, pe): false after the walk's end.
+    bool after(i64 p, i64 pe, i64& np, i64& npe) const {
+        if (p == last && last > p0)
+            np = p0;
+        else if (pe < last)
+            np = pe;
+        else
+            return false;
+        npe = np == last ? e : unit_end(np, g, e, size);
+        return true;
+    }
+};
+
 // Rows [m0, m1) and columns [k0, k1) of the transpose, whose output and input
 // lines start at gm and gk, in units cut at the line starts, a strip of
-// columns at a time: its last unit first, then down from the top, so that an
-// output line shared by the end of one row and the start of the next is
-// written by two units in a row. Each unit fetches the next one's lines.
+// columns at a time down the rows, both in the order of Walk (output lines
+// shared by two rows' ends, and input lines likewise, are met twice in a
+// row). Each unit fetches the next one's lines.
 QX_TARGET_AVX2 inline void turn_units(const Sides& s, i64 ic, i64 oc, i64 m0, i64 m1, i64 gm, i64 k0, i64 k1, i64 gk) {
     if (k0 >= k1 || m0 >= m1)
         return;
-    i64 mt = m0;  // where a strip's last unit starts
-    while (unit_end(mt, gm, m1, kRows) < m1)
-        mt = unit_end(mt, gm, m1, kRows);
-    // The unit after rows [m, me) in a strip: false after the strip's last.
-    const auto down = [&](i64 m, i64 me, i64& nm, i64& nme) {
-        if (m == mt && mt > m0)
-            nm = m0;
-        else if (me < mt)
-            nm = me;
-        else
-            return false;
-        nme = nm == mt ? m1 : unit_end(nm, gm, m1, kRows);
-        return true;
-    };
+    const Walk down(m0, m1, gm, kRows), across(k0, k1, gk, kCols);
     std::uint8_t* outRows[2][kCols];
     const std::uint8_t* inRows[2][kRows];
     const auto strip = [&](i64 k, i64 ke, std::uint8_t** d) {
@@ -260,19 +269,17 @@ QX_TARGET_AVX2 inline void turn_units(const Sides& s, i64 ic, i64 oc, i64 m0, i6
         for (i64 i = 0; i < me - m; ++i)
             src[i] = s.in(m + i) + ic + k;
     };
-    i64 k = k0, ke = unit_end(k0, gk, k1, kCols), m = mt, me = m1;
+    i64 k = across.last, ke = k1, m = down.last, me = m1;
     int ci = 0, co = 0;  // the halves of inRows and outRows in use
     strip(k, ke, outRows[co]);
     rows(k, m, me, inRows[ci]);
     for (;;) {
         i64 nk = k, nke = ke, nm = 0, nme = 0;
         int no = co;
-        bool more = down(m, me, nm, nme);
-        if (!more && ke < k1) {
+        bool more = down.after(m, me, nm, nme);
+        if (!more && across.after(k, ke, nk, nke)) {
             more = true;
-            nk = ke;
-            nke = unit_end(ke, gk, k1, kCols);
-            nm = mt;
+            nm = down.last;
             nme = m1;
             no = 1 - co;
             strip(nk, nke, outRows[no]);
