@@ -1,13 +1,13 @@
 // Byte transposes of the quarter turns (see qx_rotat.h for the sides).
 //
 // The plain path turns 16x16 blocks in SSE2 registers. With AVX2 the image
-// goes in units of up to 192 input rows by 128 columns cut where the rows'
-// 64-byte lines start: every input line is read whole at once, every output
-// line written whole at once, and a unit's lines lie at two or three columns
-// so that they spread over more first-level cache sets (rows a power of two
-// apart share few of them). While a unit is written, the next one's lines
-// are fetched into the second-level cache. A ring of fewer than 16 rows or
-// columns goes pixel by pixel.
+// goes in units of up to 128 x 128 bytes cut where the rows' 64-byte lines
+// start: every input line is read whole at once, every output line written
+// whole at once, and a unit's lines lie at two columns so that they spread
+// over more first-level cache sets (rows a power of two apart share few of
+// them). While a unit is written, the next one's lines are fetched into the
+// second-level cache. A ring of fewer than 16 rows or columns goes pixel by
+// pixel.
 #pragma once
 
 #include <algorithm>
@@ -126,7 +126,7 @@ QX_TARGET_AVX2 inline void turn8(const std::uint8_t* const* src, i64 k, bool hal
     }
 }
 
-constexpr int kRows = 192;  // most input rows of a unit: three output lines
+constexpr int kRows = 128;  // most input rows of a unit: two output lines
 constexpr int kCols = 128;  // most input columns of a unit: two input lines
 using Turned = __m256i[kCols / 32][8];    // one turned group: 32-column quarter, column pair
 
@@ -254,11 +254,15 @@ struct Walk {
 // lines start at gm and gk, in units cut at the line starts, a strip of
 // columns at a time down the rows, both in the order of Walk (output lines
 // shared by two rows' ends, and input lines likewise, are met twice in a
-// row). Each unit fetches the next one's lines.
+// row). On large images each unit fetches the next one's lines.
 QX_TARGET_AVX2 inline void turn_units(const Sides& s, i64 ic, i64 oc, i64 m0, i64 m1, i64 gm, i64 k0, i64 k1, i64 gk) {
     if (k0 >= k1 || m0 >= m1)
         return;
     const Walk down(m0, m1, gm, kRows), across(k0, k1, gk, kCols);
+    // Fetching ahead pays only on large images (from about 2 MiB a side, as
+    // measured on a 1 MiB second-level cache); on smaller ones the caches keep
+    // up and the fetches are overhead.
+    const bool fetch = (m1 - m0) * (k1 - k0) >= (i64{1} << 21);
     std::uint8_t* outRows[2][kCols];
     const std::uint8_t* inRows[2][kRows];
     const auto strip = [&](i64 k, i64 ke, std::uint8_t** d) {
@@ -287,7 +291,7 @@ QX_TARGET_AVX2 inline void turn_units(const Sides& s, i64 ic, i64 oc, i64 m0, i6
         if (more)
             rows(nk, nm, nme, inRows[1 - ci]);
         const Ahead ahead{inRows[1 - ci], static_cast<int>(nme - nm), outRows[no], nm, static_cast<int>(nke - nk)};
-        const Ahead* next = more ? &ahead : nullptr;
+        const Ahead* next = more && fetch ? &ahead : nullptr;
         const int R = static_cast<int>(me - m), C = static_cast<int>(ke - k);
         if (R == kRows && C == kCols)
             turn_unit<true>(inRows[ci], outRows[co], m, R, C, next);
