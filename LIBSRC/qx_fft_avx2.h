@@ -114,8 +114,10 @@ QX_AVX2_INLINE Quad times(const Quad& x, const Quad& w) noexcept {
 QX_AVX2_INLINE void eighth(const Quad r[4], Quad y[4]) noexcept {
     const __m256d k = _mm256_set1_pd(FloatOps::kC);
     y[2] = {r[2].im, negate(r[2].re)};
-    y[1] = {_mm256_mul_pd(k, _mm256_add_pd(r[1].re, r[1].im)), _mm256_mul_pd(k, _mm256_sub_pd(r[1].im, r[1].re))};
-    y[3] = {_mm256_mul_pd(k, _mm256_sub_pd(r[3].im, r[3].re)), negate(_mm256_mul_pd(k, _mm256_add_pd(r[3].re, r[3].im)))};
+    y[1] = {_mm256_mul_pd(k, _mm256_add_pd(r[1].re, r[1].im)),  //
+            _mm256_mul_pd(k, _mm256_sub_pd(r[1].im, r[1].re))};
+    y[3] = {_mm256_mul_pd(k, _mm256_sub_pd(r[3].im, r[3].re)),  //
+            negate(_mm256_mul_pd(k, _mm256_add_pd(r[3].re, r[3].im)))};
 }
 
 template <int kLane>
@@ -135,10 +137,10 @@ QX_AVX2_INLINE void transpose_halves(const __m256 g[4], __m256 out[4]) noexcept 
 }
 
 // Twiddles of the first stage (t = 1) for butterflies j .. j + 3, one per
-// lane in the order of load_pairs: W(m j) for m = 1, 2, 3. Widened: read from the double table (per
-// block of four butterflies the real parts then the imaginary parts for
-// m = 1, 2, 3). Gathered: taken from the float table (orders whose widened
-// table is not kept).
+// lane in the order of load_pairs: W(m j) for m = 1, 2, 3. Widened: read
+// from the double table (per block of four butterflies the real parts, then
+// the imaginary parts, for m = 1, 2, 3). Gathered: taken from the float table
+// (orders whose widened table is not kept).
 struct Widened {
     const double* w;
     QX_AVX2_INLINE Quad get(std::size_t j, int m) const noexcept {
