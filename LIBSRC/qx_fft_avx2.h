@@ -35,10 +35,6 @@ namespace qx::fft::avx2 {
 QX_AVX2_INLINE __m256d load2(const float* p) noexcept { return _mm256_cvtps_pd(_mm_loadu_ps(p)); }
 
 // NaN lanes replaced by the library's one quiet NaN (qx::fft::settled).
-QX_AVX2_INLINE __m256 settle(__m256 v) noexcept {
-    const __m256 nan = _mm256_castsi256_ps(_mm256_set1_epi32(static_cast<int>(kQuietNan)));
-    return _mm256_blendv_ps(v, nan, _mm256_cmp_ps(v, v, _CMP_UNORD_Q));
-}
 QX_AVX2_INLINE __m128 settle(__m128 v) noexcept {
     const __m128 nan = _mm_castsi128_ps(_mm_set1_epi32(static_cast<int>(kQuietNan)));
     return _mm_blendv_ps(v, nan, _mm_cmpunord_ps(v, v));
@@ -47,7 +43,6 @@ QX_AVX2_INLINE __m128 settle(__m128 v) noexcept {
 QX_AVX2_INLINE void store2_settled(float* p, __m256d v) noexcept { _mm_storeu_ps(p, settle(_mm256_cvtpd_ps(v))); }
 
 QX_AVX2_INLINE __m256d swap_pairs(__m256d x) noexcept { return _mm256_permute_pd(x, 0b0101); }
-QX_AVX2_INLINE __m256d flip_im(__m256d x) noexcept { return _mm256_xor_pd(x, _mm256_set_pd(-0.0, 0.0, -0.0, 0.0)); }
 QX_AVX2_INLINE __m256d negate(__m256d x) noexcept { return _mm256_xor_pd(x, _mm256_set1_pd(-0.0)); }
 
 // a + b and a - b computed as a * 1 + b and a * 1 - b: the product by one is
