@@ -213,14 +213,6 @@ inline void finish(float* x, std::size_t count, bool settle, bool scale, float f
 }
 
 void complex_float(float* x, int order, const float* w, const int* rev, bool inverse, bool scale) noexcept {
-#if QX_FFT_X86
-    if (!inverse && (order == 4 || order == 6) && use_avx2()) {  // the short way for short transforms
-        if ((order == 4 ? qx::fft::avx2::small_core<4, true> : qx::fft::avx2::small_core<6, true>)(
-                x, stage_twiddles(w, order), rev))
-            settle_all(x, 2 * points(order));
-        return;
-    }
-#endif
     const bool settled = float_core(x, order, w, rev, inverse, true);
     finish(x, 2 * points(order), !settled, scale, 1.0f / static_cast<float>(points(order)));
 }

@@ -344,7 +344,7 @@ QX_AVX2_INLINE bool last_pass_reversed(float* x, std::size_t n, const int* rev) 
 // `e`: the widened twiddles (null: taken from the float table `w`). With
 // kWatch, true when a result is a NaN.
 template <bool kWatch>
-QX_AVX2_INLINE bool core_body(float* x, int order, const float* w, const double* e, const int* rev) noexcept {
+QX_AVX2 bool core(float* x, int order, const float* w, const double* e, const int* rev) noexcept {
     const std::size_t n = points(order);
     std::size_t q = n / 4, t = 1;
     if (e) {
@@ -366,11 +366,6 @@ QX_AVX2_INLINE bool core_body(float* x, int order, const float* w, const double*
         return last_pass_reversed<false, kWatch>(x, n, rev);
     }
     return last_pass_reversed<true, kWatch>(x, n, rev);
-}
-
-template <bool kWatch>
-QX_AVX2 bool core(float* x, int order, const float* w, const double* e, const int* rev) noexcept {
-    return core_body<kWatch>(x, order, w, e, rev);
 }
 
 // The whole core of order kOrder (4 or 6) with every count and offset known.
