@@ -182,20 +182,24 @@ QX_AVX2_INLINE void first_block(float* x, std::size_t j, std::size_t q, const Tw
     radix4(load_pairs(x, j), load_pairs(x, j + q), load_pairs(x, j + 2 * q), load_pairs(x, j + 3 * q), r);
     Quad y[4] = {r[0], times(r[1], tw.get(j, 1)), times(r[2], tw.get(j, 2)), times(r[3], tw.get(j, 3))};
     if constexpr (kZero >= 0)
+        #pragma GCC unroll 4
         for (int k = 1; k < 4; ++k)
             y[k] = take_lane<kZero>(y[k], r[k]);
     if constexpr (kEighth >= 0) {
         Quad e[4];
         eighth(r, e);
+        #pragma GCC unroll 4
         for (int k = 1; k < 4; ++k)
             y[k] = take_lane<kEighth>(y[k], e[k]);
     }
     // Results by quarter: x0, then the index-2 term, index 1, index 3.
     const Quad* byQuarter[4] = {&y[0], &y[2], &y[1], &y[3]};
     __m256 rows[4], blocks[4];
+    #pragma GCC unroll 4
     for (int t = 0; t < 4; ++t)
         rows[t] = _mm256_set_m128(_mm256_cvtpd_ps(byQuarter[t]->im), _mm256_cvtpd_ps(byQuarter[t]->re));
     transpose_halves(rows, blocks);
+    #pragma GCC unroll 4
     for (std::size_t l = 0; l < 4; ++l)
         _mm256_storeu_ps(x + 2 * (kPairLane[l] * q + j), blocks[l]);
 }
@@ -223,6 +227,7 @@ QX_AVX2_INLINE void lane_block(float* a, float* b, float* c, float* d, const Qua
     radix4(load_block(a), load_block(b), load_block(c), load_block(d), r);
     Quad y[4] = {r[0], r[1], r[2], r[3]};
     if constexpr (kKind == 1)
+        #pragma GCC unroll 4
         for (int k = 1; k < 4; ++k)
             y[k] = times(r[k], w[k - 1]);
     if constexpr (kKind == 2)
@@ -287,6 +292,7 @@ QX_AVX2_INLINE void lane_stage2(float* x, std::size_t n) noexcept {
 template <bool kRadix4>
 QX_AVX2_INLINE void last_block(const float* x, std::size_t quarter, std::size_t at, __m256 y[4]) noexcept {
     Quad u[4];
+    #pragma GCC unroll 4
     for (std::size_t l = 0; l < 4; ++l)
         u[l] = load_block(x + 2 * (l * quarter + at));
     Quad r[4];  // by destination quarter
@@ -300,6 +306,7 @@ QX_AVX2_INLINE void last_block(const float* x, std::size_t quarter, std::size_t 
     }
     // Run positions 0, 1 hold T = 0, 2 and positions 2, 3 hold T = 1, 3: the
     // lane pairs of the unpacks.
+    #pragma GCC unroll 4
     for (int k = 0; k < 4; ++k) {
         const __m128 lo = _mm256_cvtpd_ps(_mm256_unpacklo_pd(r[k].re, r[k].im));
         const __m128 hi = _mm256_cvtpd_ps(_mm256_unpackhi_pd(r[k].re, r[k].im));
@@ -309,6 +316,7 @@ QX_AVX2_INLINE void last_block(const float* x, std::size_t quarter, std::size_t 
 
 // NaN lanes of y[0..3] added to `nan`.
 QX_AVX2_INLINE __m256 watch(__m256 nan, const __m256 y[4]) noexcept {
+    #pragma GCC unroll 4
     for (int k = 0; k < 4; ++k)
         nan = _mm256_or_ps(nan, _mm256_cmp_ps(y[k], y[k], _CMP_UNORD_Q));
     return nan;
@@ -326,11 +334,13 @@ QX_AVX2_INLINE bool last_pass_reversed(float* x, std::size_t n, const int* rev) 
         last_block<kRadix4>(x, quarter, at, y);
         if (to != at) {
             last_block<kRadix4>(x, quarter, to, z);
+            #pragma GCC unroll 4
             for (std::size_t k = 0; k < 4; ++k)
                 _mm256_storeu_ps(x + 2 * (k * quarter + at), z[k]);
             if constexpr (kWatch)
                 nan = watch(nan, z);
         }
+        #pragma GCC unroll 4
         for (std::size_t k = 0; k < 4; ++k)
             _mm256_storeu_ps(x + 2 * (k * quarter + to), y[k]);
         if constexpr (kWatch)
