@@ -22,16 +22,33 @@ using kvxtest::LibTest;
 
 namespace {
 
+using Values = std::vector<double>;
+
 struct Call {
     const char* name;
     // Runs the call; returns its result in a comparable form and sets
     // `failed` when the result is the function's failure result.
-    std::function<std::vector<double>(bool& failed)> run;
+    std::function<Values(bool& failed)> run;
     long kept = 0;                 // blocks a failing run may keep (leaked by design)
     bool reclaim = false;          // a kept block is the last one obtained: the test gives it back
+    Values before = {};            // when given: what a failing run leaves in its output
     std::function<void()> setup = [] {}, teardown = [] {};   // around each run, allocating freely
-    std::vector<double> before = {};   // when given: what a failing run leaves in its output
 };
+
+// A call whose failure shows in the status word alone.
+template <class F>
+std::function<Values(bool&)> by_status(F f) {
+    return [f](bool& failed) {
+        Values r = f();
+        failed = QXGetStatus() < 0;
+        return r;
+    };
+}
+
+template <class T>
+Values values(const T* p, std::size_t n) {
+    return Values(p, p + n);
+}
 
 // Every (function, text) an out-of-memory run reported, with code -4 or a trace.
 std::set<std::tuple<int, std::string, std::string>>& messages() {
@@ -107,12 +124,6 @@ protected:
     }
 };
 
-std::vector<double> as_doubles(const void* p, std::size_t bytes) {
-    std::vector<double> out(bytes);
-    for (std::size_t i = 0; i < bytes; ++i) out[i] = static_cast<const unsigned char*>(p)[i];
-    return out;
-}
-
 // Row-pointer arrays and tables of every type: the caller releases them.
 std::vector<Call> arrays() {
     using kvxtest::make_rows;
@@ -125,20 +136,14 @@ std::vector<Call> arrays() {
         {"QXiAlloc2", make_rows<QXiAlloc2>, "QXiAllocTable", make_rows<QXiAllocTable>},
         {"QXsAlloc2", make_rows<QXsAlloc2>, "QXsAllocTable", make_rows<QXsAllocTable>}};
     std::vector<Call> calls;
-    for (auto [name2, make2, nameTable, makeTable] : kinds) {
-        calls.push_back({name2, [make = make2](bool& failed) {
-                             void** p = make(3, 5);
-                             failed = p == nullptr;
-                             if (p) QX_Free2(p, 3);
-                             return std::vector<double>{};
-                         }});
-        calls.push_back({nameTable, [make = makeTable](bool& failed) {
-                             void** p = make(3, 5);
-                             failed = p == nullptr;
-                             if (p) QX_FreeTable(p);
-                             return std::vector<double>{};
-                         }, 1, true});   // the pointer array, when the data block fails
-    }
+    for (auto [name2, make2, nameTable, makeTable] : kinds)
+        for (bool table : {false, true})
+            calls.push_back({table ? nameTable : name2, [make = table ? makeTable : make2, table](bool& failed) {
+                                 void** p = make(3, 5);
+                                 failed = p == nullptr;
+                                 if (p) table ? QX_FreeTable(p) : QX_Free2(p, 3);
+                                 return Values{};
+                             }, table, table});   // a table's pointer array, when its data block fails
     return calls;
 }
 
@@ -152,55 +157,50 @@ TEST_F(OutOfMemory, ConversionsAndFfts) {
     const short shorts[32] = {100, -200, 300, -400, 500, -600, 700, -800, 900, -1000, 1100, -1200, 1300, -1400, 1500, -1600,
                               17, -18, 19, -20, 21, -22, 23, -24, 25, -26, 27, -28, 29, -30, 31, -32};
     std::vector<Call> calls = {
-        {"QXvwbConvert", [&](bool& failed) {
+        {"QXvwbConvert", by_status([&] {
              short out[8] = {};
              int sf = 0;
              QXvwbConvert(shorts, out, 8, 1, 0, &sf);
-             failed = QXGetStatus() < 0;
-             return as_doubles(out, sizeof out);
-         }, 1, true, [] {}, [] {}, std::vector<double>(16, 0.0)},
-        {"QXGetBitRevTbl", [](bool& failed) { failed = QXGetBitRevTbl(6) == nullptr; return std::vector<double>{}; }},
-        {"QXcGetFftTwdTbl", [](bool& failed) { failed = QXcGetFftTwdTbl(6) == nullptr; return std::vector<double>{}; }},
-        {"QXwGetFftTwdTbl", [](bool& failed) { failed = QXwGetFftTwdTbl(6) == nullptr; return std::vector<double>{}; }},
+             return values(out, 8);
+         }), 1, true, Values(8, 0.0)},
+        {"QXGetBitRevTbl", [](bool& failed) { failed = QXGetBitRevTbl(6) == nullptr; return Values{}; }},
+        {"QXcGetFftTwdTbl", [](bool& failed) { failed = QXcGetFftTwdTbl(6) == nullptr; return Values{}; }},
+        {"QXwGetFftTwdTbl", [](bool& failed) { failed = QXwGetFftTwdTbl(6) == nullptr; return Values{}; }},
     };
     // Float transforms of 64 points, short ones on both paths (order 5 on
     // 32-bit integers, order 11 through floats).
     using FloatFft = void (*)(float*, int, int);
     for (auto [name, fft] : {std::pair<const char*, FloatFft>{"QXcFft", QXcFft}, {"QXsRealFft", QXsRealFft}, {"QXsCcsFft", QXsCcsFft}})
-        calls.push_back({name, [fft = fft](bool& failed) {
+        calls.push_back({name, by_status([fft = fft] {
                              std::vector<float> v(128);
                              for (int i = 0; i < 128; ++i) v[i] = static_cast<float>(i % 7) - 3.0f;
                              fft(v.data(), 6, QX_FORWARD);
-                             failed = QXGetStatus() < 0;
-                             return std::vector<double>(v.begin(), v.end());
-                         }});
+                             return values(v.data(), v.size());
+                         })});
     using ShortFft = void (*)(short*, int, int, int, int*);
     for (auto [name, fft] : {std::pair<const char*, ShortFft>{"QXvFft", QXvFft}, {"QXwRealFft", QXwRealFft}, {"QXwCcsFft", QXwCcsFft}})
         for (int order : {5, 11})
-            calls.push_back({name, [fft = fft, order](bool& failed) {
+            calls.push_back({name, by_status([fft = fft, order] {
                                  std::vector<short> v(2 << order);
                                  for (std::size_t i = 0; i < v.size(); ++i) v[i] = static_cast<short>(i % 11 * 100);
                                  int sf = 0;
                                  fft(v.data(), order, QX_FORWARD, 3, &sf);
-                                 failed = QXGetStatus() < 0;
-                                 return std::vector<double>(v.begin(), v.end());
-                             }});
+                                 return values(v.data(), v.size());
+                             })});
     for (const Call& c : calls) each_failure(c);
 }
 
 TEST_F(OutOfMemory, FrontEnd) {
     static const short samples[9] = {100, 200, 300, 400, 500, 600, 700, 800, 900};
     std::vector<Call> calls = {
-        {"QXwPreemphasize", [](bool& failed) {
+        {"QXwPreemphasize", by_status([] {
              short v[8];
              std::memcpy(v, samples, sizeof v);
              int sf = 0;
              QXwPreemphasize(v, 0.9f, 8, 3, &sf);
-             failed = QXGetStatus() < 0;
-             return as_doubles(v, sizeof v);
-         }},
+             return values(v, 8);
+         }), 0, false, values(samples, 8)},
     };
-    calls[0].before = as_doubles(samples, 16);
     // The windows: the float ones on 1..9, the short ones on the samples.
     using SWin = void (*)(float*, int);
     using WWin = void (*)(short*, int, int, int*);
@@ -209,52 +209,42 @@ TEST_F(OutOfMemory, FrontEnd) {
         {"QXsWinBartlett", QXsWinBartlett, "QXwWinBartlett", QXwWinBartlett},
         {"QXsWinBlackman", QXsWinBlackman, "QXwWinBlackman", QXwWinBlackman}};
     for (auto [sName, sWin, wName, wWin] : windows) {
-        calls.push_back({sName, [win = sWin](bool& failed) {
+        calls.push_back({sName, by_status([win = sWin] {
                              float v[9] = {1, 2, 3, 4, 5, 6, 7, 8, 9};
                              win(v, 9);
-                             failed = QXGetStatus() < 0;
-                             return std::vector<double>(v, v + 9);
-                         }, 0, false, [] {}, [] {}, {1, 2, 3, 4, 5, 6, 7, 8, 9}});
-        calls.push_back({wName, [win = wWin](bool& failed) {
+                             return values(v, 9);
+                         }), 0, false, {1, 2, 3, 4, 5, 6, 7, 8, 9}});
+        calls.push_back({wName, by_status([win = wWin] {
                              short v[9];
                              std::memcpy(v, samples, sizeof v);
                              int sf = 0;
                              win(v, 9, 3, &sf);
-                             failed = QXGetStatus() < 0;
-                             return as_doubles(v, sizeof v);
-                         }, 0, false, [] {}, [] {}, as_doubles(samples, sizeof samples)});
+                             return values(v, 9);
+                         }), 0, false, values(samples, 9)});
     }
     for (bool shorts : {false, true}) {
         calls.push_back({shorts ? "QXwMFCCInit" : "QXsMFCCInit", [shorts](bool& failed) {
                              QXMFCCFilters* f = (shorts ? QXwMFCCInit : QXsMFCCInit)(6, 8, 100, 4000, 8000, 0, 0, 0);
                              failed = f == nullptr;
-                             std::vector<double> r;
-                             if (f) {
-                                 r = {double(f->firstPoint), double(f->lastPoint)};
-                                 QXsFreeMFCCFilters(f);
-                             }
+                             Values r;
+                             if (f) r = {double(f->firstPoint), double(f->lastPoint)}, QXsFreeMFCCFilters(f);
                              return r;
                          }});
         for (int doTransform : {0, 1}) {
             auto bank = std::make_shared<QXMFCCFilters*>(nullptr);
-            Call c{shorts ? "QXwCepstralMFCC" : "QXsCepstralMFCC", [shorts, bank, doTransform](bool& failed) {
-                       float fv[64];
-                       short wv[64];
-                       for (int i = 0; i < 64; ++i) fv[i] = static_cast<float>(i % 5 + 1), wv[i] = static_cast<short>(100 * (i % 5 + 1));
-                       float fc[6] = {};
-                       short wc[6] = {};
-                       int sf = 0;
-                       if (shorts)
-                           QXwCepstralMFCC(doTransform, wv, *bank, wc, 6, 3, &sf);
-                       else
-                           QXsCepstralMFCC(doTransform, fv, *bank, fc, 6);
-                       failed = QXGetStatus() < 0;
-                       return shorts ? as_doubles(wc, sizeof wc) : std::vector<double>(fc, fc + 6);
-                   }};
-            c.setup = [bank] { *bank = QXsMFCCInit(6, 8, 100, 4000, 8000, 0, 0, 0); };
-            c.teardown = [bank, shorts] { (shorts ? QXwFreeMFCCFilters : QXsFreeMFCCFilters)(*bank); };
-            c.before = std::vector<double>(shorts ? 12 : 6, 0.0);
-            calls.push_back(c);
+            calls.push_back({shorts ? "QXwCepstralMFCC" : "QXsCepstralMFCC", by_status([shorts, bank, doTransform] {
+                                 float fv[64], fc[6] = {};
+                                 short wv[64], wc[6] = {};
+                                 for (int i = 0; i < 64; ++i) fv[i] = static_cast<float>(i % 5 + 1), wv[i] = static_cast<short>(100 * (i % 5 + 1));
+                                 int sf = 0;
+                                 if (shorts)
+                                     QXwCepstralMFCC(doTransform, wv, *bank, wc, 6, 3, &sf);
+                                 else
+                                     QXsCepstralMFCC(doTransform, fv, *bank, fc, 6);
+                                 return shorts ? values(wc, 6) : values(fc, 6);
+                             }), 0, false, Values(6, 0.0),
+                             [bank] { *bank = QXsMFCCInit(6, 8, 100, 4000, 8000, 0, 0, 0); },
+                             [bank, shorts] { (shorts ? QXwFreeMFCCFilters : QXsFreeMFCCFilters)(*bank); }});
         }
     }
     for (const Call& c : calls) each_failure(c);
@@ -265,47 +255,35 @@ TEST_F(OutOfMemory, StoresAndModels) {
     static float* rows[3] = {r0, r1, r2};
     static short w0[3] = {1, 2, 3}, w1[3] = {4, 5, 6}, w2[3] = {7, 8, 9};
     static short* wrows[3] = {w0, w1, w2};
-    std::vector<Call> calls = {
-        {"QXsPatternIni", [](bool& failed) {
-             const int id = QXsPatternIni(rows, 3, 3);
-             failed = id < 0;
-             return std::vector<double>{double(id)};
-         }},
-        {"QXwPatternIni", [](bool& failed) {
-             const int id = QXwPatternIni(wrows, 3, 3, 0);
-             failed = id < 0;
-             return std::vector<double>{double(id)};
-         }},
-    };
+    std::vector<Call> calls;
     for (bool shorts : {false, true}) {
-        Call c{shorts ? "QXwEvalDTW" : "QXsEvalDTW", [shorts](bool& failed) {
-                   const int ids[1] = {1};
-                   double ds[1] = {};
-                   int is[1] = {}, sf = 0;
-                   const int best = shorts ? QXwEvalDTW(ids, 1, wrows, 3, 3, 0, QX_DTW_L1 | QX_DTW_FIXED_END, 0, 0, 0, is, 3, &sf)
-                                           : QXsEvalDTW(ids, 1, rows, 3, 3, QX_DTW_L1 | QX_DTW_FIXED_END, 0.0, 0, ds);
-                   failed = best < 0;
-                   return std::vector<double>{double(best), ds[0], double(is[0])};
-               }};
-        c.setup = [shorts] { shorts ? QXwPatternIni(wrows, 3, 3, 0) : QXsPatternIni(rows, 3, 3); };
-        calls.push_back(c);
+        calls.push_back({shorts ? "QXwPatternIni" : "QXsPatternIni", [shorts](bool& failed) {
+                             const int id = shorts ? QXwPatternIni(wrows, 3, 3, 0) : QXsPatternIni(rows, 3, 3);
+                             failed = id < 0;
+                             return Values{double(id)};
+                         }});
+        calls.push_back({shorts ? "QXwEvalDTW" : "QXsEvalDTW", [shorts](bool& failed) {
+                             const int ids[1] = {1};
+                             double ds[1] = {};
+                             int is[1] = {}, sf = 0;
+                             const int best = shorts ? QXwEvalDTW(ids, 1, wrows, 3, 3, 0, QX_DTW_L1 | QX_DTW_FIXED_END, 0, 0, 0, is, 3, &sf)
+                                                     : QXsEvalDTW(ids, 1, rows, 3, 3, QX_DTW_L1 | QX_DTW_FIXED_END, 0.0, 0, ds);
+                             failed = best < 0;
+                             return Values{double(best), ds[0], double(is[0])};
+                         }, 0, false, {}, [shorts] { shorts ? QXwPatternIni(wrows, 3, 3, 0) : QXsPatternIni(rows, 3, 3); }});
     }
     calls.push_back({"QXMaskConvolve", [](bool& failed) {
                          unsigned char i0[4] = {1, 2, 3, 4}, i1[4] = {5, 6, 7, 8}, o0[4] = {}, o1[4] = {};
-                         unsigned char* image[2] = {i0, i1};
-                         unsigned char* out[2] = {o0, o1};
-                         signed char m0[2] = {1, 2}, m1[2] = {3, 4};
-                         signed char* mask[2] = {m0, m1};
+                         unsigned char *image[2] = {i0, i1}, *out[2] = {o0, o1};
+                         signed char m0[2] = {1, 2}, m1[2] = {3, 4}, *mask[2] = {m0, m1};
                          int sf = 0;
-                         const int r = QXMaskConvolve(image, mask, out, 2, 0, 2, 2, 4, 2, 2, nullptr, 3, &sf);
-                         failed = r < 0;
-                         std::vector<double> v = as_doubles(o0, 4), w = as_doubles(o1, 4);
+                         failed = QXMaskConvolve(image, mask, out, 2, 0, 2, 2, 4, 2, 2, nullptr, 3, &sf) < 0;
+                         Values v = values(o0, 4), w = values(o1, 4);
                          v.insert(v.end(), w.begin(), w.end());
                          return v;
-                     },
-                     1, true, [] {}, [] {}, std::vector<double>(8, 0.0)});  // the mask table's pointer array, when its data block fails
-    for (bool shorts : {false, true})
-        calls.push_back({shorts ? "QXwMLPerceptron" : "QXsMLPerceptron", [shorts](bool& failed) {
+                     }, 1, true, Values(8, 0.0)});  // the mask table's pointer array, when its data block fails
+    for (bool shorts : {false, true}) {
+        calls.push_back({shorts ? "QXwMLPerceptron" : "QXsMLPerceptron", by_status([shorts] {
                              const int counts[2] = {2, 1};
                              const float fin[2] = {0.5f, -0.25f}, fw[6] = {0.1f, 0.2f, 0.3f, 0.4f, 0.5f, 0.6f};
                              const short win[2] = {100, -50}, ww[6] = {10, 20, 30, 40, 50, 60};
@@ -316,108 +294,76 @@ TEST_F(OutOfMemory, StoresAndModels) {
                                  QXwMLPerceptron(2, -8, win, 2, counts, -8, ww, wo, 3, &sf);
                              else
                                  QXsMLPerceptron(2, fin, 2, counts, fw, fo);
-                             failed = QXGetStatus() < 0;
-                             return std::vector<double>{fo[0], double(wo[0])};
-                         },
-                         2, false, [] {}, [] {}, {0.0, 0.0}});  // the blocks of earlier layers may be kept
-    for (bool shorts : {false, true})
+                             return Values{fo[0], double(wo[0])};
+                         }), 2, false, {0.0, 0.0}});  // the blocks of earlier layers may be kept
+        // Scored and released; the first exponential table may be kept when the
+        // second fails (rebuilt on the next use).
         calls.push_back({shorts ? "QXwEvalGaussMix" : "QXsEvalGaussMix", [shorts](bool& failed) {
-                             float fw[1] = {1.0f}, fm[2] = {0.5f, 0.5f}, fd[2] = {1.0f, 1.0f};
-                             float* fmean[1] = {fm};
-                             float* fdiag[1] = {fd};
-                             short ww[1] = {1}, wm[2] = {1, 1}, wd[2] = {1, 1};
-                             short* wmean[1] = {wm};
-                             short* wdiag[1] = {wd};
+                             float fw[1] = {1.0f}, fm[2] = {0.5f, 0.5f}, fd[2] = {1.0f, 1.0f}, *fmean[1] = {fm}, *fdiag[1] = {fd};
+                             short ww[1] = {1}, wm[2] = {1, 1}, wd[2] = {1, 1}, *wmean[1] = {wm}, *wdiag[1] = {wd};
                              const float fv[2] = {0.0f, 1.0f};
                              const short wv[2] = {0, 2};
                              int sf = 0;
-                             std::vector<double> r;
-                             if (shorts) {
-                                 QXwGaussMixServer* s = QXwInitGaussMixServer(ww, wmean, nullptr, wdiag, 2, 1, 1, 0);
-                                 failed = s == nullptr;
-                                 if (s) {
-                                     r.push_back(QXwEvalGaussMix(s, wv, 2, 3, &sf));
-                                     failed = QXGetStatus() < 0;
-                                     QXSetStatus(0);  // as a caller does before cleaning up
-                                     QXwFreeGaussMixServer(s);
-                                 }
-                             } else {
-                                 QXsGaussMixServer* s = QXsInitGaussMixServer(fw, fmean, nullptr, fdiag, 2, 1, 1);
-                                 failed = s == nullptr;
-                                 if (s) {
-                                     r.push_back(QXsEvalGaussMix(s, fv, 2));
-                                     failed = QXGetStatus() < 0;
-                                     QXSetStatus(0);
-                                     QXsFreeGaussMixServer(s);
-                                 }
-                             }
+                             Values r;
+                             QXwGaussMixServer* ws = shorts ? QXwInitGaussMixServer(ww, wmean, nullptr, wdiag, 2, 1, 1, 0) : nullptr;
+                             QXsGaussMixServer* fs = shorts ? nullptr : QXsInitGaussMixServer(fw, fmean, nullptr, fdiag, 2, 1, 1);
+                             failed = !ws && !fs;
+                             if (failed) return r;
+                             r.push_back(shorts ? QXwEvalGaussMix(ws, wv, 2, 3, &sf) : QXsEvalGaussMix(fs, fv, 2));
+                             failed = QXGetStatus() < 0;
+                             QXSetStatus(0);  // as a caller does before cleaning up
+                             shorts ? QXwFreeGaussMixServer(ws) : QXsFreeGaussMixServer(fs);
                              return r;
-                         },
-                         1});  // the first exponential table, when the second fails (rebuilt on the next use)
-    // Discrete servers: init, then a Viterbi score through a class.
-    for (bool shorts : {false, true})
+                         }, 1});
+        // Discrete servers: init, then a Viterbi score through a class.
         calls.push_back({shorts ? "QXwInitHMMServer" : "QXsInitHMMServer", [shorts](bool& failed) {
                              float t0[2] = {0.5f, 0.5f}, t1[2] = {9.0f, 0.0f}, b0[2] = {0.0f, 3.0f}, b1[2] = {2.0f, 0.0f}, ip[2] = {0.0f, 9.0f};
-                             float* t[2] = {t0, t1};
-                             float* b[2] = {b0, b1};
+                             float *t[2] = {t0, t1}, *b[2] = {b0, b1};
                              short wt0[2] = {1, 1}, wt1[2] = {32767, 0}, wb0[2] = {0, 3}, wb1[2] = {2, 0}, wip[2] = {0, 32767};
-                             short* wt[2] = {wt0, wt1};
-                             short* wb[2] = {wb0, wb1};
+                             short *wt[2] = {wt0, wt1}, *wb[2] = {wb0, wb1};
                              const int id = shorts ? QXwInitHMMServer(wt, wb, wip, 2, 2, QX_HMM_COST)
                                                    : QXsInitHMMServer(t, b, ip, 2, 2, QX_HMM_COST);
                              failed = id < 0;
-                             std::vector<double> r{double(id)};
-                             if (id > 0) {
-                                 const int obs[3] = {0, 1, 1};
-                                 int best = 0, sf = 0;
-                                 const int cls = QXCreateHMMClass();
-                                 failed = cls < 0 || QXAddHMMToClass(cls, id) < 0;
-                                 if (!failed) {
-                                     r.push_back(shorts ? QXwEvalHMMViterbi(-cls, obs, 3, &best, 3, &sf)
-                                                        : QXsEvalHMMViterbi(-cls, obs, 3, &best));
-                                     failed = QXGetStatus() < 0;
-                                 }
-                             }
+                             Values r{double(id)};
+                             if (id <= 0) return r;
+                             const int obs[3] = {0, 1, 1}, cls = QXCreateHMMClass();
+                             int best = 0, sf = 0;
+                             failed = cls < 0 || QXAddHMMToClass(cls, id) < 0;
+                             if (failed) return r;
+                             r.push_back(shorts ? QXwEvalHMMViterbi(-cls, obs, 3, &best, 3, &sf) : QXsEvalHMMViterbi(-cls, obs, 3, &best));
+                             failed = QXGetStatus() < 0;
                              return r;
                          }});
+    }
     // A semicontinuous server over a one-component codebook, scored.
     auto pdf = std::make_shared<QXsGaussMixServer*>(nullptr);
-    Call semi{"QXsInitSemicontHMMServer", [pdf](bool& failed) {
-                  float t0[2] = {0.5f, 0.5f}, t1[2] = {9.0f, 0.0f}, w0[1] = {1.0f}, w1[1] = {1.0f}, ip[2] = {0.0f, 1.0f};
-                  float *t[2] = {t0, t1}, *w[2] = {w0, w1};
-                  QXsGaussMixServer* book[1] = {*pdf};
-                  const int id = QXsInitSemicontHMMServer(t, w, ip, book, 2, 1, 1, QX_HMM_COST);
-                  failed = id < 0;
-                  std::vector<double> r{double(id)};
-                  if (id > 0) {
-                      float x0[1] = {0.5f}, x1[1] = {-0.5f};
-                      float* x[2] = {x0, x1};
-                      int best = 0;
-                      r.push_back(QXsEvalSemicontHMMViterbi(id, x, 2, &best));
-                      failed = QXGetStatus() < 0;
-                  }
-                  return r;
-              }};
-    semi.setup = [pdf] {
-        static float w = 1.0f, mean = 0.0f, ic = 1.0f, *means[1] = {&mean}, *ics[1] = {&ic};
-        *pdf = QXsInitGaussMixServer(&w, means, nullptr, ics, 1, 1, 0);
-    };
-    semi.teardown = [pdf] { QXHMMFreeAll(), QXsFreeGaussMixServer(*pdf); };
-    calls.push_back(semi);
+    calls.push_back({"QXsInitSemicontHMMServer", [pdf](bool& failed) {
+                         float t0[2] = {0.5f, 0.5f}, t1[2] = {9.0f, 0.0f}, w0[1] = {1.0f}, w1[1] = {1.0f}, ip[2] = {0.0f, 1.0f};
+                         float *t[2] = {t0, t1}, *w[2] = {w0, w1}, x0[1] = {0.5f}, x1[1] = {-0.5f}, *x[2] = {x0, x1};
+                         QXsGaussMixServer* book[1] = {*pdf};
+                         const int id = QXsInitSemicontHMMServer(t, w, ip, book, 2, 1, 1, QX_HMM_COST);
+                         failed = id < 0;
+                         Values r{double(id)};
+                         if (id <= 0) return r;
+                         int best = 0;
+                         r.push_back(QXsEvalSemicontHMMViterbi(id, x, 2, &best));
+                         failed = QXGetStatus() < 0;
+                         return r;
+                     }, 0, false, {}, [pdf] {
+                         static float w = 1.0f, mean = 0.0f, ic = 1.0f, *means[1] = {&mean}, *ics[1] = {&ic};
+                         *pdf = QXsInitGaussMixServer(&w, means, nullptr, ics, 1, 1, 0);
+                     }, [pdf] { QXHMMFreeAll(), QXsFreeGaussMixServer(*pdf); }});
     // A class gaining its 65th member splits its block.
     auto ids = std::make_shared<std::pair<int, int>>();
-    Call split{"QXAddHMMToClass", [ids](bool& failed) {
-                   failed = QXAddHMMToClass(ids->first, ids->second) != 1;
-                   return std::vector<double>{};
-               }};
-    split.setup = [ids] {
-        static float t0[1] = {1.0f}, *t[1] = {t0};
-        ids->first = QXCreateHMMClass();
-        for (int k = 0; k < 64; ++k) QXAddHMMToClass(ids->first, QXsInitHMMServer(t, t, t0, 1, 1, 0));
-        ids->second = QXsInitHMMServer(t, t, t0, 1, 1, 0);
-    };
-    split.teardown = [] { QXHMMFreeAll(); };
-    calls.push_back(split);
+    calls.push_back({"QXAddHMMToClass", [ids](bool& failed) {
+                         failed = QXAddHMMToClass(ids->first, ids->second) != 1;
+                         return Values{};
+                     }, 0, false, {}, [ids] {
+                         static float t0[1] = {1.0f}, *t[1] = {t0};
+                         ids->first = QXCreateHMMClass();
+                         for (int k = 0; k < 64; ++k) QXAddHMMToClass(ids->first, QXsInitHMMServer(t, t, t0, 1, 1, 0));
+                         ids->second = QXsInitHMMServer(t, t, t0, 1, 1, 0);
+                     }, [] { QXHMMFreeAll(); }});
     for (const Call& c : calls) each_failure(c);
 }
 
