@@ -1,55 +1,37 @@
 // Library and processor information.
 #include <cstdlib>
 #include <cstring>
+#include <tuple>
 
 #include "kvx_test.h"
 #include "qx_cpu.h"
 #include "qx_info.h"
 
-namespace {
-
-QXProcessorInfo describe(unsigned signature, unsigned features) {
-    QXProcessorInfo info;
-    std::memset(&info, 0x55, sizeof info);
-    qx::describe_processor(signature, features, &info);
-    return info;
-}
-
-}  // namespace
-
 TEST(Info, NameAndRecord) {
     EXPECT_STREQ(QXGetSpecificLibraryName(), "kvxpx.dll");
     QXLibraryInfo info{};
     EXPECT_EQ(QXGetLibraryInfo(&info), &info);
-    EXPECT_EQ(info.version, 3);
-    EXPECT_EQ(info.release, 1);
-    EXPECT_EQ(info.build, 4);
+    EXPECT_EQ(std::tie(info.version, info.release, info.build), std::make_tuple(3, 1, 4));
 }
 
-TEST(Info, FamiliesBelowFourHaveNoModelAndNoBrackets) {
-    const char* names[] = {"i086/i088", "", "i286", "i386"};
-    for (unsigned f = 0; f < 4; ++f) {
-        QXProcessorInfo p = describe((f << 8) | 0x2C, 0xFFFFFFFF);
-        EXPECT_EQ(p.family, static_cast<int>(f));
-        EXPECT_EQ(p.model, 0);
-        EXPECT_EQ(p.stepping, 0);
-        EXPECT_STREQ(p.text, names[f]);
-    }
-}
-
-TEST(Info, LaterFamiliesCarryModelAndStepping) {
-    const struct { unsigned signature, features; int family; const char* text; } cases[] = {
-        {0x52C, 0, 5, "Pentium [model 2, stepping 12]"},
-        {0x543, 0x800000, 55, "P55C [model 4, stepping 3]"},   // MMX on a family-5 part
-        {0x0FFF0000u | 0x4A1, 0, 4, "i486 [model 10, stepping 1]"},   // only the low 16 bits count
-        {0x633, 0x800000, 6, "Pentium Pro [model 3, stepping 3]"},   // family 6 ignores the MMX flag
-        {0xF21, 0x800000, 15, "x86 family 15 [model 2, stepping 1]"},
+// Families below 4 have no model, stepping or brackets; MMX makes a family-5
+// part a P55C; only the low 16 bits of the signature count.
+TEST(Info, ProcessorDescriptions) {
+    const struct { unsigned signature, features; int family, model, stepping; const char* text; } cases[] = {
+        {0x02C, ~0u, 0, 0, 0, "i086/i088"}, {0x12C, ~0u, 1, 0, 0, ""}, {0x22C, ~0u, 2, 0, 0, "i286"},
+        {0x32C, ~0u, 3, 0, 0, "i386"},
+        {0x52C, 0, 5, 2, 12, "Pentium [model 2, stepping 12]"},
+        {0x543, 0x800000, 55, 4, 3, "P55C [model 4, stepping 3]"},
+        {0x0FFF0000u | 0x4A1, 0, 4, 10, 1, "i486 [model 10, stepping 1]"},
+        {0x633, 0x800000, 6, 3, 3, "Pentium Pro [model 3, stepping 3]"},   // family 6 ignores the MMX flag
+        {0xF21, 0x800000, 15, 2, 1, "x86 family 15 [model 2, stepping 1]"},
     };
     for (const auto& c : cases) {
-        const QXProcessorInfo p = describe(c.signature, c.features);
-        EXPECT_EQ(p.family, c.family) << c.text;
-        EXPECT_EQ(p.model, static_cast<int>(c.signature >> 4 & 15)) << c.text;
-        EXPECT_EQ(p.stepping, static_cast<int>(c.signature & 15)) << c.text;
+        SCOPED_TRACE(c.text);
+        QXProcessorInfo p;
+        std::memset(&p, 0x55, sizeof p);
+        qx::describe_processor(c.signature, c.features, &p);
+        EXPECT_EQ(std::tie(p.family, p.model, p.stepping), std::tie(c.family, c.model, c.stepping));
         EXPECT_STREQ(p.text, c.text);
     }
 }

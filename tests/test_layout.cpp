@@ -28,17 +28,6 @@ void expect_layout(std::initializer_list<Field> fields) {
         EXPECT_EQ(f.actual, f.expected) << f.name;
 }
 
-constexpr bool kThirtyTwoBit = sizeof(void*) == 4;
-
-// Layouts that hold on the 32-bit data model only.
-class Layout32 : public ::testing::Test {
-protected:
-    void SetUp() override {
-        if (!kThirtyTwoBit)
-            GTEST_SKIP() << "64-bit build: pointers are 8 bytes";
-    }
-};
-
 }  // namespace
 
 TEST(Layout, FilterBankPointIsFortyBytesOnEveryBuild) {
@@ -52,25 +41,23 @@ TEST(Layout, FilterBankPointIsFortyBytesOnEveryBuild) {
     });
 }
 
-TEST_F(Layout32, ThirtyTwoBitDataModel) {
+// The layouts that hold on the 32-bit data model only.
+TEST(Layout, ThirtyTwoBitRecords) {
+    if (sizeof(void*) != 4)
+        GTEST_SKIP() << "64-bit build: pointers are 8 bytes";
     EXPECT_EQ(sizeof(int), 4u);
     EXPECT_EQ(sizeof(long), 4u);
 #if defined(__i386__) || defined(_M_IX86)
     EXPECT_EQ(LDBL_MANT_DIG, 64) << "long double is the x87 extended format";
     EXPECT_EQ(sizeof(long double), 12u);
 #endif
-}
-
-TEST_F(Layout32, FilterBankRecordIsSevenWords) {
     expect_layout({
         KVX_SIZE(QXMFCCFilters, 28), KVX_AT(QXMFCCFilters, id, 0), KVX_AT(QXMFCCFilters, order, 4),
         KVX_AT(QXMFCCFilters, n, 8), KVX_AT(QXMFCCFilters, nBandPass, 12), KVX_AT(QXMFCCFilters, firstPoint, 16),
         KVX_AT(QXMFCCFilters, lastPoint, 20), KVX_AT(QXMFCCFilters, fftSpec, 24),
     });
-}
-
-TEST_F(Layout32, WorkingContextKeepsItsWordOrder) {
-    // A window block: buffer (2 words), two caches of 2 + 16 + 16 words, 64 spare words.
+    // The working context keeps its word order. A window block: buffer (2
+    // words), two caches of 2 + 16 + 16 words, 64 spare words.
     constexpr std::size_t block = (2 + 2 * 34 + 64) * 4;
     constexpr std::size_t tables = 8 + 4 * block;  // after the pre-emphasis buffer and the windows
     constexpr std::size_t set = 33 * 4;           // 32 per-order slots and a spare
@@ -87,9 +74,7 @@ TEST_F(Layout32, WorkingContextKeepsItsWordOrder) {
         KVX_AT(Context, Fft.iBufferCap, tables + 5 * set + 8), KVX_AT(Context, Fft.sBufferCap, tables + 5 * set + 12),
         KVX_AT(Context, Dct.sstoredDctFactor, tables + 5 * set + 16),
     });
-}
-
-TEST_F(Layout32, ModelAndPatternRecords) {
+    // Model and pattern records.
     using qx::HMMServer;
     using qx::HMMClassBlock;
     using WRecord = qx::pattern::WRecord;
