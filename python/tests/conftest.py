@@ -4,7 +4,6 @@ instance the extension uses), and the shipped recordings."""
 import ctypes
 import os
 
-import numpy as np
 import pytest
 
 import kvxpx

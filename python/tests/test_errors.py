@@ -1,5 +1,4 @@
 import ctypes
-import gc
 import warnings
 
 import numpy as np
