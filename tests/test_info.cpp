@@ -11,7 +11,7 @@ TEST(Info, NameAndRecord) {
     EXPECT_STREQ(QXGetSpecificLibraryName(), "kvxpx.dll");
     QXLibraryInfo info{};
     EXPECT_EQ(QXGetLibraryInfo(&info), &info);
-    EXPECT_EQ(std::tie(info.version, info.release, info.build), std::make_tuple(3, 1, 4));
+    EXPECT_EQ(std::make_tuple(info.version, info.release, info.build), std::make_tuple(3, 1, 4));
 }
 
 // Families below 4 have no model, stepping or brackets; MMX makes a family-5
@@ -31,7 +31,7 @@ TEST(Info, ProcessorDescriptions) {
         QXProcessorInfo p;
         std::memset(&p, 0x55, sizeof p);
         qx::describe_processor(c.signature, c.features, &p);
-        EXPECT_EQ(std::tie(p.family, p.model, p.stepping), std::tie(c.family, c.model, c.stepping));
+        EXPECT_EQ(std::make_tuple(p.family, p.model, p.stepping), std::make_tuple(c.family, c.model, c.stepping));
         EXPECT_STREQ(p.text, c.text);
     }
 }
