@@ -1,5 +1,6 @@
 // Row-pointer arrays and tables (their allocation failures: test_oom.cpp).
 #include <cstdint>
+#include <cstring>
 
 #include "kvx_test.h"
 
@@ -14,51 +15,53 @@ std::ptrdiff_t gap(const void* a, const void* b) {
     return static_cast<const char*>(b) - static_cast<const char*>(a);
 }
 
+// Separate rows: one block each and the pointer array, every byte of a row
+// writable (ASan watches), all released by the type's own release.
+template <auto Alloc2, auto Free2>
+void check_alloc2(int nCols, std::ptrdiff_t rowBytes) {
+    const long live = qx::testing::live_blocks();
+    auto a = Alloc2(3, nCols);
+    ASSERT_NE(a, nullptr);
+    EXPECT_EQ(qx::testing::live_blocks(), live + 4);
+    for (int r = 0; r < 3; ++r)
+        std::memset(a[r], 0xFF, static_cast<std::size_t>(rowBytes));
+    EXPECT_EQ(Free2(a, 3), 0);
+    EXPECT_EQ(qx::testing::live_blocks(), live);
+}
+
 }  // namespace
 
-TEST_F(Alloc, TableRowsAreSlicesOfOneBlockWithExactRowSizes) {
+// Tables: rows are slices of one block with exact row sizes, released with
+// the pointer array by one call.
+TEST_F(Alloc, RowSizesOfTablesAndSeparateRows) {
+    using kvxtest::make_rows;
     const struct {
-        kvxtest::MakeRows make;
+        kvxtest::MakeRows table;
+        void (*alloc2)(int, std::ptrdiff_t);
         int nCols;
         std::ptrdiff_t row;
-    } cases[] = {{kvxtest::make_rows<QXbAllocTable>, 9, 2}, {kvxtest::make_rows<QXbAllocTable>, 8, 1},
-                 {kvxtest::make_rows<QXnAllocTable>, 3, 2}, {kvxtest::make_rows<QXnAllocTable>, 4, 2},
-                 {kvxtest::make_rows<QXyAllocTable>, 5, 5}, {kvxtest::make_rows<QXtAllocTable>, 5, 5},
-                 {kvxtest::make_rows<QXwAllocTable>, 5, 10}, {kvxtest::make_rows<QXiAllocTable>, 5, 20},
-                 {kvxtest::make_rows<QXsAllocTable>, 5, 20}};
+    } cases[] = {{make_rows<QXbAllocTable>, check_alloc2<QXbAlloc2, QXbFree2>, 9, 2},
+                 {make_rows<QXbAllocTable>, check_alloc2<QXbAlloc2, QXbFree2>, 8, 1},
+                 {make_rows<QXnAllocTable>, check_alloc2<QXnAlloc2, QXnFree2>, 3, 2},
+                 {make_rows<QXnAllocTable>, check_alloc2<QXnAlloc2, QXnFree2>, 4, 2},
+                 {make_rows<QXyAllocTable>, check_alloc2<QXyAlloc2, QXyFree2>, 5, 5},
+                 {make_rows<QXtAllocTable>, check_alloc2<QXtAlloc2, QXtFree2>, 5, 5},
+                 {make_rows<QXwAllocTable>, check_alloc2<QXwAlloc2, QXwFree2>, 5, 10},
+                 {make_rows<QXiAllocTable>, check_alloc2<QXiAlloc2, QXiFree2>, 5, 20},
+                 {make_rows<QXsAllocTable>, check_alloc2<QXsAlloc2, QXsFree2>, 5, 20}};
     for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "case " << &c - cases);
         long live = qx::testing::live_blocks();
-        void** t = c.make(3, c.nCols);
+        void** t = c.table(3, c.nCols);
         ASSERT_NE(t, nullptr);
         EXPECT_EQ(gap(t[0], t[1]), c.row);
         EXPECT_EQ(gap(t[1], t[2]), c.row);
         EXPECT_EQ(qx::testing::live_blocks(), live + 2);
         EXPECT_EQ(QX_FreeTable(t), 0);  // exactly the two blocks
         EXPECT_EQ(qx::testing::live_blocks(), live);
+        c.alloc2(c.nCols, c.row);
     }
     EXPECT_TRUE(got().empty());
-}
-
-TEST_F(Alloc, Alloc2RowsAreSeparateBlocksReleasedByFree2) {
-    long live = qx::testing::live_blocks();
-    short** a = QXwAlloc2(4, 3);
-    ASSERT_NE(a, nullptr);
-    EXPECT_EQ(qx::testing::live_blocks(), live + 5);
-    for (int r = 0; r < 4; ++r)
-        for (int c = 0; c < 3; ++c)
-            a[r][c] = static_cast<short>(r * 3 + c);  // rows of 6 bytes are writable (ASan watches)
-    EXPECT_EQ(QXwFree2(a, 4), 0);
-    EXPECT_EQ(qx::testing::live_blocks(), live);
-    unsigned char** b = QXbAlloc2(2, 9);
-    b[0][1] = b[1][1] = 0xFF;  // 9 bits take 2 bytes
-    EXPECT_EQ(QXbFree2(b, 2), 0);
-    float** s = QXsAlloc2(1, 1);
-    EXPECT_EQ(QXsFree2(s, 1), 0);
-    EXPECT_EQ(QXnFree2(QXnAlloc2(1, 3), 1), 0);
-    EXPECT_EQ(QXyFree2(QXyAlloc2(2, 2), 2), 0);
-    EXPECT_EQ(QXtFree2(QXtAlloc2(2, 2), 2), 0);
-    EXPECT_EQ(QXiFree2(QXiAlloc2(2, 2), 2), 0);
-    EXPECT_EQ(qx::testing::live_blocks(), live);
 }
 
 TEST_F(Alloc, BadSizesAndBadReleases) {
