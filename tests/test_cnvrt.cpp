@@ -40,7 +40,14 @@ TEST_F(Convert, DownFollowsTheBoundTruncationAndSaturationRules) {
     const std::string unscalable = "Unscalable range [  1.00000000e+00   6.99999966e+23] too large in input vector",
                       noFactor = "Internal Error, Binary Search could not find a scaling factor";
     // Form, input, doScale, factor in, results, factor out, the -7 report (if any).
-    const struct { const char* form; std::vector<double> in; int doScale, sf; std::vector<long long> out; int sfOut; std::string report; } cases[] = {
+    const struct {
+        const char* form;
+        std::vector<double> in;
+        int doScale, sf;
+        std::vector<long long> out;
+        int sfOut;
+        std::string report;
+    } cases[] = {
         // Automatic: the largest factor that keeps the block below the bounds.
         {"swb", {1.0}, 2, 9, {16384}, -14, ""},   // 2^15 would not be below 32767
         {"swb", {-1.0}, 2, 9, {-16384}, -14, ""},

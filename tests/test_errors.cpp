@@ -146,7 +146,8 @@ TEST_F(MessageBox, CancelYesOrLeafModeEndTheProcess) {
     const struct { bool box; int mode; std::vector<int> answers; std::string out; } cases[] = {
         {true, QX_ErrorModeParent, {2}, box},      // Cancel
         {true, QX_ErrorModeLeaf, {1, 6}, box},     // OK, then Yes to "Terminate the application?"
-        {false, QX_ErrorModeLeaf, {}, "KVX Error: Bad argument \n\tin function\n\t\\[x:1\\]:f\\(\\):\n\tc\nKVX: terminating the application\n"},
+        {false, QX_ErrorModeLeaf, {},
+         "KVX Error: Bad argument \n\tin function\n\t\\[x:1\\]:f\\(\\):\n\tc\nKVX: terminating the application\n"},
     };
     for (const auto& c : cases) {
 #if defined(_WIN32)
