@@ -48,7 +48,7 @@ struct PlainOp {
 
 const PlainOp<Y> kY[] = {KVX_ALL(QXyb, Y, 0xA5)};
 const PlainOp<T> kT[] = {KVX_BASIC(QXtb, T, -3)};
-const PlainOp<W> kW[] = {KVX_ALL(QXwb, W, -0x5A5B)};
+const PlainOp<W> kW[] = {KVX_ALL(QXwb, W, -0x5A3D)};  // 0xA5C3: its two bytes differ
 const PlainOp<S> kS[] = {KVX_BASIC(QXsb, S, -1.25f)};
 
 // Every operation of one element type, at every lane width, with the
