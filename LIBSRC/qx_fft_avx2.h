@@ -390,7 +390,7 @@ QX_AVX2 __attribute__((flatten)) bool small_core(float* x, const double* e, cons
 
 // The real split for pairs (k, m - k), (k + 1, m - k - 1) at a time, with the
 // operations of qx::fft::real_split, NaNs settled; returns the first k it left undone.
-QX_AVX2 std::size_t real_split_avx2(float* z, std::size_t m, const float* T, bool forward) noexcept {
+QX_AVX2 inline std::size_t real_split_avx2(float* z, std::size_t m, const float* T, bool forward) noexcept {
     std::size_t k = 1;
     for (; 2 * (k + 1) < m; k += 2) {
         float* pa = z + 2 * k;

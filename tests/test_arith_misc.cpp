@@ -40,8 +40,8 @@ std::vector<T> applied(std::vector<T> v, F f, int shift) {
 }
 
 // The first minimum and the first maximum of v.
-template <class T>
-void checkMinMax(const std::vector<T>& v, T (*mn)(const T*, int, int*), T (*mx)(const T*, int, int*)) {
+template <class T, class Mn, class Mx>
+void checkMinMax(const std::vector<T>& v, Mn mn, Mx mx) {
     int lo = 0, hi = 0, pos = -1, n = int(v.size());
     for (int k = 1; k < n; ++k) lo = v[k] < v[lo] ? k : lo, hi = v[k] > v[hi] ? k : hi;
     EXPECT_EQ(mn(v.data(), n, &pos), v[lo]);
@@ -128,13 +128,8 @@ TEST_F(Misc, AbsShiftMinMaxSumMatchReferences) {
             for (int p = 0; p <= 1; ++p) {
                 std::vector<int> v(n);
                 for (int k = 0; k < n; ++k) v[k] = nib(buf, 2, p, k);
-                int lo = int(std::min_element(v.begin(), v.end()) - v.begin());
-                int hi = int(std::max_element(v.begin(), v.end()) - v.begin());
-                int pos = -1;
-                EXPECT_EQ(QXnMin(buf.data() + 2, p, n, &pos), v[lo]);
-                EXPECT_EQ(pos, lo);
-                EXPECT_EQ(QXnMax(buf.data() + 2, p, n, &pos), v[hi]);
-                EXPECT_EQ(pos, hi);
+                checkMinMax(v, [&](const int*, int m, int* pos) { return int(QXnMin(buf.data() + 2, p, m, pos)); },
+                            [&](const int*, int m, int* pos) { return int(QXnMax(buf.data() + 2, p, m, pos)); });
                 checkSum(std::accumulate(v.begin(), v.end(), int64_t(0)),
                          [&](int ds, int* sf) { return QXnSum(buf.data() + 2, p, n, ds, sf); });
                 for (int shift : {0, 1, 2, 3, 4, 33, 35}) {
@@ -219,52 +214,42 @@ TEST_F(Misc, ChecksReportTheirTextsInOrder) {
     int sf65 = 65, sfm65 = -65, sf99 = 99, sf70 = 70, sf = 0;
     unsigned char v[2] = {1, 2};
     float fv[1] = {1};
-    using L = std::vector<std::pair<std::string, std::string>>;
-    const std::vector<std::pair<std::function<void()>, L>> table{
-        {[&] { QXybAdd2(nullptr, nullptr, 0, 1, &sf65); },
-         {{"QXybAdd2", "*scaleFactor>64"}, {"QXybAdd2", "n<=0"}, {"QXybAdd2", "src==0"}, {"QXybAdd2", "dst==0"}}},
+    using G = std::vector<std::pair<std::string, std::vector<std::string>>>;  // function, its texts
+    const std::vector<std::pair<std::function<void()>, G>> table{
+        {[&] { QXybAdd2(nullptr, nullptr, 0, 1, &sf65); }, {{"QXybAdd2", {"*scaleFactor>64", "n<=0", "src==0", "dst==0"}}}},
         {[&] { QXtbSub3(nullptr, nullptr, nullptr, -1, 1, &sfm65); },
-         {{"QXtbSub3", "*scaleFactor<-64"}, {"QXtbSub3", "n<=0"}, {"QXtbSub3", "srcA==0"}, {"QXtbSub3", "srcB==0"},
-          {"QXtbSub3", "dst==0"}}},
-        {[&] { QXwbAdd2s(1, nullptr, 0, 4, nullptr); },
-         {{"QXwbAdd2s", "doScale>3"}, {"QXwbAdd2s", "scaleFactor==0"}, {"QXwbAdd2s", "n<=0"}, {"QXwbAdd2s", "dst==0"}}},
-        {[&] { QXybSub2s(1, nullptr, 3, -1, &sf99); }, {{"QXybSub2s", "doScale<0"}, {"QXybSub2s", "dst==0"}}},
-        {[&] { QXnbAdd3(nullptr, v, v, -1, 2, 0, 0, &sf); },
-         {{"QXnbAdd3", "srcStartPos<0"}, {"QXnbAdd3", "dstStartPos>1"}, {"QXnbAdd3", "n<=0"}, {"QXnbAdd3", "srcA==0"}}},
+         {{"QXtbSub3", {"*scaleFactor<-64", "n<=0", "srcA==0", "srcB==0", "dst==0"}}}},
+        {[&] { QXwbAdd2s(1, nullptr, 0, 4, nullptr); }, {{"QXwbAdd2s", {"doScale>3", "scaleFactor==0", "n<=0", "dst==0"}}}},
+        {[&] { QXybSub2s(1, nullptr, 3, -1, &sf99); }, {{"QXybSub2s", {"doScale<0", "dst==0"}}}},
+        {[&] { QXnbAdd3(nullptr, v, v, -1, 2, 0, 0, &sf); }, {{"QXnbAdd3", {"srcStartPos<0", "dstStartPos>1", "n<=0", "srcA==0"}}}},
         {[&] { QXnbSub2(v, nullptr, 2, -1, 1, 0, nullptr); },
-         {{"QXnbSub2", "srcStartPos>1"}, {"QXnbSub2", "dstStartPos<0"}, {"QXnbSub2", "scaleFactor==0"},
-          {"QXnbSub2", "dst==0"}}},
-        {[&] { QXnbAdd2s(1, v, 2, 1, 0, nullptr); }, {{"QXnbAdd2s", "dstStartPos>1"}, {"QXnbAdd2s", "scaleFactor==0"}}},
-        {[&] { QXsbSub3(nullptr, fv, nullptr, 0); }, {{"QXsbSub3", "n<=0"}, {"QXsbSub3", "srcA==0"}, {"QXsbSub3", "dst==0"}}},
-        {[&] { QXsbMpy2(nullptr, nullptr, 0); }, {{"QXsbMpy2", "n<=0"}, {"QXsbMpy2", "src==0"}, {"QXsbMpy2", "dst==0"}}},
-        {[&] { QXsbMpy2s(2.0f, nullptr, 0); }, {{"QXsbMpy2s", "n<=0"}, {"QXsbMpy2s", "dst==0"}}},
+         {{"QXnbSub2", {"srcStartPos>1", "dstStartPos<0", "scaleFactor==0", "dst==0"}}}},
+        {[&] { QXnbAdd2s(1, v, 2, 1, 0, nullptr); }, {{"QXnbAdd2s", {"dstStartPos>1", "scaleFactor==0"}}}},
+        {[&] { QXsbSub3(nullptr, fv, nullptr, 0); }, {{"QXsbSub3", {"n<=0", "srcA==0", "dst==0"}}}},
+        {[&] { QXsbMpy2(nullptr, nullptr, 0); }, {{"QXsbMpy2", {"n<=0", "src==0", "dst==0"}}}},
+        {[&] { QXsbMpy2s(2.0f, nullptr, 0); }, {{"QXsbMpy2s", {"n<=0", "dst==0"}}}},
         {[&] { QXybMpy2(nullptr, nullptr, 0, 1, &sf65); },
-         {{"QXtbMpy2", "*scaleFactor>64"}, {"QXybMpy2", "n<=0"}, {"QXybMpy2", "src==0"}, {"QXybMpy2", "dst==0"}}},
+         {{"QXtbMpy2", {"*scaleFactor>64"}}, {"QXybMpy2", {"n<=0", "src==0", "dst==0"}}}},
         {[&] { QXybMpy2(nullptr, nullptr, 1, -1, nullptr); },
-         {{"QXtbMpy2", "doScale<0"}, {"QXtbMpy2", "scaleFactor==0"}, {"QXybMpy2", "src==0"}, {"QXybMpy2", "dst==0"}}},
-        {[&] { QXnbMpy2s(3, v, 3, -2, 5, &sf); },
-         {{"QXnbMpy2s", "dstStartPos>1"}, {"QXnbMpy2s", "doScale>3"}, {"QXnbMpy2s", "n<=0"}}},
-        {[&] { QXtbAbs(nullptr, 0); }, {{"QXtbAbs", "n<=0"}, {"QXtbAbs", "dst==0"}}},
-        {[&] { QXsbAbs2(nullptr, nullptr, -3); }, {{"QXsbAbs2", "n<=0"}, {"QXsbAbs2", "src==0"}, {"QXsbAbs2", "dst==0"}}},
-        {[&] { QXwbShiftR(nullptr, 0, 1); }, {{"QXwbShiftL", "n<=0"}, {"QXwbShiftL", "dst==0"}}},
-        {[&] { QXybShiftL(v, -1, 1); }, {{"QXybShiftL", "n<=0"}}},
-        {[&] { QXnbShiftR(nullptr, -1, 0, 1); },
-         {{"QXnbShiftR", "dstStartPos<0"}, {"QXnbShiftR", "n<=0"}, {"QXnbShiftR", "dst==0"}}},
-        {[&] { EXPECT_EQ(QXnMax(nullptr, 2, 0, nullptr), 0); },
-         {{"QXnMax", "src==0"}, {"QXnMax", "position==0"}, {"QXnMax", "startPos>1"}, {"QXnMax", "n<=0"}}},
-        {[&] { EXPECT_EQ(QXyMin(nullptr, 0, nullptr), 0); },
-         {{"QXyMin", "n<=0"}, {"QXyMin", "src==0"}, {"QXyMin", "position==0"}}},
-        {[&] { EXPECT_EQ(QXbSum(nullptr, 8, 0, 1, &sf70), 0); },
-         {{"QXbSum ", "*scaleFactor>64"}, {"QXbSum ", "dst==0"}, {"QXbSum ", "startPos>7"}, {"QXbSum ", "n<=0"}}},
-        {[&] { QXnSum(nullptr, -1, 1, 4, nullptr); },
-         {{"QXnSum ", "doScale>3"}, {"QXnSum ", "scaleFactor==0"}, {"QXnSum ", "dst==0"}, {"QXnSum ", "startPos<0"}}},
-        {[&] { QXtSum(nullptr, 0, -1, &sf); }, {{"QXtSum ", "doScale<0"}, {"QXtSum ", "n<=0"}, {"QXtSum ", "dst==0"}}},
-        {[&] { QXsSum(nullptr, 0); }, {{"QXsSum ", "n<=0"}, {"QXsSum ", "dst==0"}}},
+         {{"QXtbMpy2", {"doScale<0", "scaleFactor==0"}}, {"QXybMpy2", {"src==0", "dst==0"}}}},
+        {[&] { QXnbMpy2s(3, v, 3, -2, 5, &sf); }, {{"QXnbMpy2s", {"dstStartPos>1", "doScale>3", "n<=0"}}}},
+        {[&] { QXtbAbs(nullptr, 0); }, {{"QXtbAbs", {"n<=0", "dst==0"}}}},
+        {[&] { QXsbAbs2(nullptr, nullptr, -3); }, {{"QXsbAbs2", {"n<=0", "src==0", "dst==0"}}}},
+        {[&] { QXwbShiftR(nullptr, 0, 1); }, {{"QXwbShiftL", {"n<=0", "dst==0"}}}},
+        {[&] { QXybShiftL(v, -1, 1); }, {{"QXybShiftL", {"n<=0"}}}},
+        {[&] { QXnbShiftR(nullptr, -1, 0, 1); }, {{"QXnbShiftR", {"dstStartPos<0", "n<=0", "dst==0"}}}},
+        {[&] { EXPECT_EQ(QXnMax(nullptr, 2, 0, nullptr), 0); }, {{"QXnMax", {"src==0", "position==0", "startPos>1", "n<=0"}}}},
+        {[&] { EXPECT_EQ(QXyMin(nullptr, 0, nullptr), 0); }, {{"QXyMin", {"n<=0", "src==0", "position==0"}}}},
+        {[&] { EXPECT_EQ(QXbSum(nullptr, 8, 0, 1, &sf70), 0); }, {{"QXbSum ", {"*scaleFactor>64", "dst==0", "startPos>7", "n<=0"}}}},
+        {[&] { QXnSum(nullptr, -1, 1, 4, nullptr); }, {{"QXnSum ", {"doScale>3", "scaleFactor==0", "dst==0", "startPos<0"}}}},
+        {[&] { QXtSum(nullptr, 0, -1, &sf); }, {{"QXtSum ", {"doScale<0", "n<=0", "dst==0"}}}},
+        {[&] { QXsSum(nullptr, 0); }, {{"QXsSum ", {"n<=0", "dst==0"}}}},
     };
-    for (const auto& [call, texts] : table) {
+    for (const auto& [call, groups] : table) {
         call();
         std::vector<Rep> want;
-        for (const auto& [fn, text] : texts) want.emplace_back(-5, fn, text);
+        for (const auto& [fn, texts] : groups)
+            for (const auto& text : texts) want.emplace_back(-5, fn, text);
         EXPECT_EQ(got(), want);
         EXPECT_TRUE(kvxtest::all_name_raising_lines());
         clear();

@@ -1,6 +1,7 @@
 // Worked cases of addition, subtraction and multiplication: the documented
 // edge cases in every scaling mode, and vectors that overlap.
 #include <cstdint>
+#include <functional>
 #include <random>
 #include <vector>
 
@@ -69,40 +70,33 @@ TEST_F(Cases, DocumentedEdgeCases) {
 }
 
 TEST_F(Cases, OverlappingVectorsFollowTheElementOrder) {
-    int sf = 0;
-    // srcDst one element before src, saturating: the last element first, each
-    // reads its neighbour's new value. 20 - 10, 30 - 10, 40 - 20, 50 - 20.
-    unsigned char v[5] = {50, 40, 30, 20, 10};
-    QXybSub2(v + 1, v, 4, 3, &sf);
-    EXPECT_EQ(std::vector<int>(v, v + 5), (std::vector<int>{30, 20, 20, 10, 10}));
-    unsigned char m[4] = {2, 3, 4, 5};
-    QXybMpy2(m + 1, m, 3, 3, &sf);  // 4 x 5, 3 x 20, 2 x 60
-    EXPECT_EQ(std::vector<int>(m, m + 4), (std::vector<int>{120, 60, 20, 5}));
-    signed char t[3] = {2, 3, 4};
-    QXtbMpy2(t + 1, t, 2, 1, &sf);
-    EXPECT_EQ(std::vector<int>(t, t + 3), (std::vector<int>{24, 12, 4}));
-
-    // srcDst one element after src, automatic: 20 + 10 = 30, 30 + 30 = 60,
-    // 200 + 60 leaves the range: 200 stays, 30 and 60 halve, then
-    // (30 + 200) / 2 = 115, (115 + 40) / 2 = 77, (77 + 50) / 2 = 63.
-    unsigned char w[6] = {10, 20, 30, 200, 40, 50};
-    QXybAdd2(w, w + 1, 5, 2, &sf);
-    EXPECT_EQ(std::vector<int>(w, w + 6), (std::vector<int>{10, 15, 30, 115, 77, 63}));
-    EXPECT_EQ(sf, 1);
-    // Nibbles 1 2 3 F, the source one nibble behind: 3, 6, then F + 6 leaves
-    // the range: F stays, 3 and 6 become 1 and 3, then (3 + F) / 2 = 9.
-    unsigned char nb[2] = {0x12, 0x3F};
-    QXnbAdd2(nb, nb, 1, 0, 3, 2, &sf);
-    EXPECT_EQ(nb[0], 0x11);
-    EXPECT_EQ(nb[1], 0x39);
-    EXPECT_EQ(sf, 1);
-    // 3 x 2 = 6, then 50 x 6 leaves the range; the products from there on, as
-    // memory holds them, are 300 and 350: one count. 6 becomes 3, then 75 and
-    // 75 x 7 / 2 = 262, which wraps to 6.
-    unsigned char p[4] = {2, 3, 50, 7};
-    QXybMpy2(p, p + 1, 3, 2, &sf);
-    EXPECT_EQ(std::vector<int>(p, p + 4), (std::vector<int>{2, 3, 75, 6}));
-    EXPECT_EQ(sf, 1);
+    using B = unsigned char*;
+    auto t = [](B b) { return reinterpret_cast<signed char*>(b); };
+    const struct { std::function<void(B, int*)> call; std::vector<int> in, out; int sfOut; } cases[] = {
+        // srcDst one element before src, saturating: the last element first, each
+        // reads its neighbour's new value. 20 - 10, 30 - 10, 40 - 20, 50 - 20.
+        {[](B b, int* sf) { QXybSub2(b + 1, b, 4, 3, sf); }, {50, 40, 30, 20, 10}, {30, 20, 20, 10, 10}, 0},
+        {[](B b, int* sf) { QXybMpy2(b + 1, b, 3, 3, sf); }, {2, 3, 4, 5}, {120, 60, 20, 5}, 0},   // 4 x 5, 3 x 20, 2 x 60
+        {[&](B b, int* sf) { QXtbMpy2(t(b) + 1, t(b), 2, 1, sf); }, {2, 3, 4}, {24, 12, 4}, 0},
+        // srcDst one element after src, automatic: 20 + 10 = 30, 30 + 30 = 60,
+        // 200 + 60 leaves the range: 200 stays, 30 and 60 halve, then
+        // (30 + 200) / 2 = 115, (115 + 40) / 2 = 77, (77 + 50) / 2 = 63.
+        {[](B b, int* sf) { QXybAdd2(b, b + 1, 5, 2, sf); }, {10, 20, 30, 200, 40, 50}, {10, 15, 30, 115, 77, 63}, 1},
+        // Nibbles 1 2 3 F, the source one nibble behind: 3, 6, then F + 6 leaves
+        // the range: F stays, 3 and 6 become 1 and 3, then (3 + F) / 2 = 9.
+        {[](B b, int* sf) { QXnbAdd2(b, b, 1, 0, 3, 2, sf); }, {0x12, 0x3F}, {0x11, 0x39}, 1},
+        // 3 x 2 = 6, then 50 x 6 leaves the range; the products from there on, as
+        // memory holds them, are 300 and 350: one count. 6 becomes 3, then 75 and
+        // 75 x 7 / 2 = 262, which wraps to 6.
+        {[](B b, int* sf) { QXybMpy2(b, b + 1, 3, 2, sf); }, {2, 3, 50, 7}, {2, 3, 75, 6}, 1},
+    };
+    for (const auto& c : cases) {
+        std::vector<unsigned char> v(c.in.begin(), c.in.end());
+        int sf = 0;
+        c.call(v.data(), &sf);
+        EXPECT_EQ(std::vector<int>(v.begin(), v.end()), c.out);
+        EXPECT_EQ(sf, c.sfOut);
+    }
 }
 
 TEST_F(Cases, DestinationMayBeOneOfTheSources) {

@@ -3,9 +3,11 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <string>
 #include <vector>
 
 #include "kvx_test.h"
+#include "model_reference.h"
 
 using kvxtest::LibTest;
 using kvxtest::Rep;
@@ -13,123 +15,89 @@ using kvxtest::Rep;
 namespace {
 class Convert : public LibTest {};
 
-// Runs the automatic block conversion to shorts.
-std::vector<short> auto_w(std::vector<float> in, int* sf) {
-    std::vector<short> out(in.size(), 0x5555);
-    QXswbConvertDown(in.data(), out.data(), static_cast<int>(in.size()), 2, sf);
-    return out;
+// A conversion down through the form its function is named after ("swb":
+// QXswbConvertDown, "sw": QXswConvertDown), the inputs given as doubles;
+// the outputs start as 0x5555.
+std::vector<long long> down(const std::string& form, const std::vector<double>& in, int doScale, int* sf) {
+    const int n = static_cast<int>(in.size());
+    std::vector<float> f(in.begin(), in.end());
+    std::vector<short> w(n, 0x5555);
+    std::vector<int> i(n, 0x5555);
+    if (form == "swb") QXswbConvertDown(f.data(), w.data(), n, doScale, sf);
+    if (form == "dwb") QXdwbConvertDown(in.data(), w.data(), n, doScale, sf);
+    if (form == "sib") QXsibConvertDown(f.data(), i.data(), n, doScale, sf);
+    if (form == "dib") QXdibConvertDown(in.data(), i.data(), n, doScale, sf);
+    if (form == "sw") w[0] = QXswConvertDown(f[0], doScale, sf);
+    if (form == "dw") w[0] = QXdwConvertDown(in[0], doScale, sf);
+    if (form == "si") i[0] = QXsiConvertDown(f[0], doScale, sf);
+    if (form == "di") i[0] = QXdiConvertDown(in[0], doScale, sf);
+    return form[1] == 'w' ? std::vector<long long>(w.begin(), w.end()) : std::vector<long long>(i.begin(), i.end());
 }
 }  // namespace
 
-TEST_F(Convert, AutomaticBlockFactorFollowsTheBoundRules) {
-    const struct { std::vector<float> in; std::vector<short> out; int sf; } cases[] = {
-        {{1.0f}, {16384}, -14},   // 2^15 would not be below 32767
-        {{-1.0f}, {-16384}, -14},
-        {{40000.0f}, {20000}, 1},
-        {{-40000.0f}, {-20000}, 1},
-        {{32767.0f, 3.7f}, {32767, 3}, 0},   // at the bound: unscaled
-        {{-32768.0f, 0.5f}, {-32768, 0}, 0},
-        {{0.0f, -0.0f, 0.0f}, {0, 0, 0}, 0},
-        {{3.0f, 3.0f}, {24576, 24576}, -13},   // constant block enlarged
-        {{100000.0f, -200000.0f}, {12500, -25000}, 3},   // the larger magnitude on the negative side
-    };
-    int sf = 99;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.in[0]);
-        EXPECT_EQ(auto_w(c.in, &sf), c.out);
-        EXPECT_EQ(sf, c.sf);
-    }
-    // The side closer to its bound governs, not the larger magnitude: with
-    // min -0.9 and max 0.1 the positive side is chosen, and the negative
-    // values leave the range and wrap.
-    std::vector<short> mixed = auto_w({-0.9f, 0.1f}, &sf);
-    EXPECT_EQ(sf, -18);
-    EXPECT_EQ(mixed[1], static_cast<short>(std::trunc(0.1f * 262144.0)));
-    EXPECT_EQ(mixed[0], static_cast<short>(static_cast<std::uint16_t>(static_cast<std::int64_t>(-0.9f * 262144.0) & 0xFFFF)));
-    EXPECT_TRUE(got().empty());
-}
-
-TEST_F(Convert, AutomaticFailuresWriteNothing) {
-    int sf = 7;
-    std::vector<short> out = auto_w({1.0f, 7e23f}, &sf);
-    EXPECT_EQ(out, (std::vector<short>{0x5555, 0x5555}));
-    EXPECT_EQ(sf, 7);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-7, "QXswbConvertDown",
-                                       "Unscalable range [  1.00000000e+00   6.99999966e+23] too large in input vector"}}));
-    EXPECT_TRUE(kvxtest::names_raising_line(kvxtest::reports()[0]));
-    // Small values all on the negative side govern with a negative magnitude:
-    // no factor can be found within seven probes. Nor can an enlargement by
-    // 2^64 or more, which the bisection cannot reach.
-    for (std::vector<float> block : {std::vector<float>{-0.25f, -0.5f}, std::vector<float>{1e-30f}}) {
-        clear();
-        out = auto_w(block, &sf);
-        EXPECT_EQ(out[0], 0x5555);
-        EXPECT_EQ(sf, 7);
-        EXPECT_EQ(got(), (std::vector<Rep>{{-7, "QXswbConvertDown",
-                                           "Internal Error, Binary Search could not find a scaling factor"}}));
-    }
-}
-
-TEST_F(Convert, IntResultsAndTheSaturationQuirk) {
-    int sf = 0;
-    std::vector<float> in = {2147483648.0f, 3e9f, -3e9f, -2147483648.0f, 1.9f, -1.9f,
-                             std::numeric_limits<float>::infinity(), -std::numeric_limits<float>::quiet_NaN()};
-    std::vector<int> out(in.size());
-    QXsibConvertDown(in.data(), out.data(), 8, 3, &sf);
-    EXPECT_EQ(out, (std::vector<int>{INT32_MIN, INT32_MAX, INT32_MIN, INT32_MIN, 1, -1, INT32_MAX, INT32_MIN}));
-    std::vector<double> d = {2147483648.0, 2147483648.5, -2147483649.0, 1e300};
-    QXdibConvertDown(d.data(), out.data(), 4, 3, &sf);
-    EXPECT_EQ(std::vector<int>(out.begin(), out.begin() + 4), (std::vector<int>{INT32_MIN, INT32_MAX, INT32_MIN, INT32_MAX}));
-    // Automatic: a block of 1.0 is enlarged to 2^30.
-    double one = 1.0;
-    QXdibConvertDown(&one, out.data(), 1, 2, &sf);
-    EXPECT_EQ(out[0], 1 << 30);
-    EXPECT_EQ(sf, -30);
-    EXPECT_EQ(QXsiConvertDown(2147483648.0f, 3, &sf), INT32_MIN);
-}
-
-TEST_F(Convert, TruncationFixedFactorsAndWrapping) {
-    int sf = 3;
-    float v = 100.0f;
-    short s = 0;
-    QXswbConvertDown(&v, &s, 1, 1, &sf);
-    EXPECT_EQ(s, 12);  // 12.5 truncated
-    EXPECT_EQ(sf, 3);
-    std::vector<double> in = {40000.0, -40000.9, 2.9, -2.9, 1e20};
-    std::vector<short> out(5);
-    QXdwbConvertDown(in.data(), out.data(), 5, 0, &sf);
-    EXPECT_EQ(out, (std::vector<short>{-25536, 25536, 2, -2, 0}));  // low 16 bits; 1e20 is past int64
-    EXPECT_EQ(sf, 0);
-    sf = -2;
-    QXdwbConvertDown(in.data() + 2, out.data(), 2, 1, &sf);
-    EXPECT_EQ(out[0], 11);
-    EXPECT_EQ(out[1], -11);
-    sf = 0;
-    QXdwbConvertDown(in.data(), out.data(), 1, 1, &sf);
-    EXPECT_EQ(out[0], -25536);  // no saturation in mode 1
-    EXPECT_TRUE(got().empty());
-}
-
-TEST_F(Convert, SingleValuesFollowTheBlockRules) {
-    // {value, doScale, factor in, result, factor out} through the float, double and int forms.
-    const struct { double v; int doScale, sf; long long out; int sfOut; char form; } cases[] = {
-        {1.0, 2, 0, 16384, -14, 'w'},      {-1.0, 2, 0, -16384, -14, 'w'},
-        {-0.25, 2, 0, -16384, -16, 'W'},   // a single negative value is fine
-        {32767.0, 2, 0, 32767, 0, 'W'},    {-70000.0, 2, 0, -17500, 2, 'W'},
-        {0.0, 2, 0, 0, 0, 'I'},            {5e9, 2, 0, 1250000000, 2, 'I'},
-        {-40000.0, 3, 0, -32768, 0, 'w'},  {7.0, 1, 1, 3, 1, 'W'},
+TEST_F(Convert, DownFollowsTheBoundTruncationAndSaturationRules) {
+    const double inf = std::numeric_limits<double>::infinity(), nan = std::numeric_limits<double>::quiet_NaN();
+    const long long lo = INT32_MIN, hi = INT32_MAX;
+    const std::string unscalable = "Unscalable range [  1.00000000e+00   6.99999966e+23] too large in input vector",
+                      noFactor = "Internal Error, Binary Search could not find a scaling factor";
+    // Form, input, doScale, factor in, results, factor out, the -7 report (if any).
+    const struct {
+        const char* form;
+        std::vector<double> in;
+        int doScale, sf;
+        std::vector<long long> out;
+        int sfOut;
+        std::string report;
+    } cases[] = {
+        // Automatic: the largest factor that keeps the block below the bounds.
+        {"swb", {1.0}, 2, 9, {16384}, -14, ""},   // 2^15 would not be below 32767
+        {"swb", {-1.0}, 2, 9, {-16384}, -14, ""},
+        {"swb", {40000.0}, 2, 9, {20000}, 1, ""},
+        {"swb", {-40000.0}, 2, 9, {-20000}, 1, ""},
+        {"swb", {32767.0, 3.7}, 2, 9, {32767, 3}, 0, ""},   // at the bound: unscaled
+        {"swb", {-32768.0, 0.5}, 2, 9, {-32768, 0}, 0, ""},
+        {"swb", {0.0, -0.0, 0.0}, 2, 9, {0, 0, 0}, 0, ""},
+        {"swb", {3.0, 3.0}, 2, 9, {24576, 24576}, -13, ""},   // constant block enlarged
+        {"swb", {100000.0, -200000.0}, 2, 9, {12500, -25000}, 3, ""},   // the larger magnitude on the negative side
+        // The side closer to its bound governs: the positive one here, and -0.9 x 2^18 wraps.
+        {"swb", {-0.9f, 0.1f}, 2, 9, {26215, 26214}, -18, ""},
+        {"dib", {1.0}, 2, 9, {1 << 30}, -30, ""},
+        // Failures write nothing and keep the factor. Small values all on the negative side govern
+        // with a negative magnitude, and an enlargement by 2^64 is beyond the bisection.
+        {"swb", {1.0, 7e23}, 2, 7, {0x5555, 0x5555}, 7, unscalable},
+        {"swb", {-0.25, -0.5}, 2, 7, {0x5555, 0x5555}, 7, noFactor},
+        {"swb", {1e-30}, 2, 7, {0x5555}, 7, noFactor},
+        // Saturation to int: 2^31 itself goes to the most negative value.
+        {"sib", {2147483648.0, 3e9, -3e9, -2147483648.0, 1.9, -1.9, inf, -nan}, 3, 0, {lo, hi, lo, lo, 1, -1, hi, lo}, 0, ""},
+        {"dib", {2147483648.0, 2147483648.5, -2147483649.0, 1e300}, 3, 0, {lo, hi, lo, hi}, 0, ""},
+        {"si", {2147483648.0}, 3, 0, {lo}, 0, ""},
+        // Fixed factors truncate toward zero and keep the low 16 bits; 1e20 is past int64.
+        {"swb", {100.0}, 1, 3, {12}, 3, ""},
+        {"dwb", {40000.0, -40000.9, 2.9, -2.9, 1e20}, 0, 3, {-25536, 25536, 2, -2, 0}, 0, ""},
+        {"dwb", {2.9, -2.9}, 1, -2, {11, -11}, -2, ""},
+        {"dwb", {40000.0}, 1, 0, {-25536}, 0, ""},   // no saturation in mode 1
+        // Single values follow the block rules.
+        {"sw", {1.0}, 2, 0, {16384}, -14, ""},
+        {"sw", {-1.0}, 2, 0, {-16384}, -14, ""},
+        {"dw", {-0.25}, 2, 0, {-16384}, -16, ""},   // a single negative value is fine
+        {"dw", {32767.0}, 2, 0, {32767}, 0, ""},
+        {"dw", {-70000.0}, 2, 0, {-17500}, 2, ""},
+        {"di", {0.0}, 2, 0, {0}, 0, ""},
+        {"di", {5e9}, 2, 0, {1250000000}, 2, ""},
+        {"sw", {-40000.0}, 3, 0, {-32768}, 0, ""},
+        {"dw", {7.0}, 1, 1, {3}, 1, ""},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.v);
+        SCOPED_TRACE(testing::Message() << c.form << " " << c.in[0] << " doScale " << c.doScale);
         int sf = c.sf;
-        const long long r = c.form == 'w' ? QXswConvertDown(static_cast<float>(c.v), c.doScale, &sf)
-                            : c.form == 'W' ? QXdwConvertDown(c.v, c.doScale, &sf)
-                                            : QXdiConvertDown(c.v, c.doScale, &sf);
-        EXPECT_EQ(r, c.out);
+        EXPECT_EQ(down(c.form, c.in, c.doScale, &sf), c.out);
         EXPECT_EQ(sf, c.sfOut);
+        EXPECT_EQ(got(), c.report.empty() ? std::vector<Rep>() : std::vector<Rep>(1, {-7, "QXswbConvertDown", c.report}));
+        EXPECT_TRUE(kvxtest::all_name_raising_lines());
+        clear();
     }
-    EXPECT_TRUE(got().empty());
 
+    // With the status left pending from one call to the next.
     int sf = 5;
     EXPECT_EQ(QXswConvertDown(1e30f, 2, &sf), 0);
     EXPECT_EQ(QXsiConvertDown(1e-30f, 2, &sf), 0);
@@ -155,12 +123,27 @@ TEST_F(Convert, SingleValuesFollowTheBlockRules) {
 }
 
 TEST_F(Convert, ConvertUpUsesTheSameSign) {
-    short w = 12;
-    float f = 0;
-    QXwsbConvertUp(&w, &f, 1, 3);
-    EXPECT_EQ(f, 1.5f);
-    QXwsbConvertUp(&w, &f, 1, -3);
-    EXPECT_EQ(f, 96.0f);
+    // Form, input, factor, result: value x 2^-factor.
+    const struct { const char* form; int in, sf; double out; } cases[] = {
+        {"wsb", 12, 3, 1.5}, {"wsb", 12, -3, 96.0}, {"idb", INT32_MAX, 64, std::ldexp(2147483647.0, -64)},
+        {"isb", -7, -1, -14.0}, {"ws", -3, 1, -1.5}, {"wd", 3, -64, std::ldexp(3.0, 64)}, {"id", 1, 0, 1.0},
+        {"is", 1 << 20, 20, 1.0},
+    };
+    for (const auto& c : cases) {
+        const std::string f = c.form;
+        const short w[2] = {static_cast<short>(c.in), 1};
+        const int i[2] = {c.in, 1};
+        float fs[2] = {0, 0};
+        double d[2] = {0, 0};
+        const double r = f == "wsb"   ? (QXwsbConvertUp(w, fs, 2, c.sf), fs[0])
+                         : f == "idb" ? (QXidbConvertUp(i, d, 2, c.sf), d[0])
+                         : f == "isb" ? (QXisbConvertUp(i, fs, 2, c.sf), fs[0])
+                         : f == "ws"  ? QXwsConvertUp(w[0], c.sf)
+                         : f == "wd"  ? QXwdConvertUp(w[0], c.sf)
+                         : f == "id"  ? QXidConvertUp(c.in, c.sf)
+                                      : QXisConvertUp(c.in, c.sf);
+        EXPECT_EQ(r, c.out) << f << " " << c.in << " " << c.sf;
+    }
     // Down with k, up with -k restores the block.
     std::vector<float> in = {0.5f, -0.25f, 0.125f};
     std::vector<short> mid(3);
@@ -168,26 +151,13 @@ TEST_F(Convert, ConvertUpUsesTheSameSign) {
     int sf = 0;
     QXswbConvertDown(in.data(), mid.data(), 3, 2, &sf);
     QXwdbConvertUp(mid.data(), back.data(), 3, -sf);
-    for (int k = 0; k < 3; ++k) EXPECT_EQ(back[k], in[k]);
-    int big[2] = {INT32_MAX, -7};
-    double d[2];
-    float fs[2];
-    QXidbConvertUp(big, d, 2, 64);
-    EXPECT_EQ(d[0], std::ldexp(2147483647.0, -64));
-    QXisbConvertUp(big, fs, 2, -1);
-    EXPECT_EQ(fs[1], -14.0f);
-    EXPECT_EQ(QXwsConvertUp(-3, 1), -1.5f);
-    EXPECT_EQ(QXwdConvertUp(3, -64), std::ldexp(3.0, 64));
-    EXPECT_EQ(QXidConvertUp(1, 0), 1.0);
-    EXPECT_EQ(QXisConvertUp(1 << 20, 20), 1.0f);
+    EXPECT_EQ(back, std::vector<double>(in.begin(), in.end()));
     EXPECT_TRUE(got().empty());
     EXPECT_EQ(QXisConvertUp(1, 65), 0.0f);
     QXisbConvertUp(nullptr, nullptr, 0, -65);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXisConvert", "scaleFactor>64"},
-                                      {-5, "QXisbConvert", "scaleFactor<-64"},
-                                      {-5, "QXisbConvert", "n<=0"},
-                                      {-5, "QXisbConvert", "inVect==0"},
-                                      {-5, "QXisbConvert", "outVect==0"}}));
+    EXPECT_EQ(got(), ref::reps({{-5, "QXisConvert", {"scaleFactor>64"}},
+                                {-5, "QXisbConvert", {"scaleFactor<-64", "n<=0", "inVect==0", "outVect==0"}}}));
+
 }
 
 TEST_F(Convert, BlockChecksRunInOrderAndStopTheWork) {
@@ -196,12 +166,9 @@ TEST_F(Convert, BlockChecksRunInOrderAndStopTheWork) {
     float in = 1.0f;
     QXswbConvertDown(nullptr, nullptr, 0, 1, &sf);
     QXswbConvertDown(&in, &out, 1, 4, nullptr);
-    EXPECT_EQ(got(), (std::vector<Rep>{{-5, "QXswbConvertDown", "*scaleFactor>64"},
-                                      {-5, "QXswbConvertDown", "n<=0"},
-                                      {-5, "QXswbConvertDown", "inVect==0"},
-                                      {-5, "QXswbConvertDown", "outVect==0"},
-                                      {-5, "QXswbConvertDown", "doScale>3"},
-                                      {-5, "QXswbConvertDown", "scaleFactor==0"}}));
+    EXPECT_EQ(got(), ref::reps({{-5, "QXswbConvertDown", {"*scaleFactor>64", "n<=0", "inVect==0", "outVect==0", "doScale>3",
+                                                          "scaleFactor==0"}}}));
+
     clear();
     sf = 0;
     QXSetStatus(-5);  // a pending error stops a valid call

@@ -140,25 +140,27 @@ TEST_F(MessageBox, TextsCaptionsAndStyles) {
     }
 }
 
-TEST_F(MessageBox, CancelOrYesEndsTheProcess) {
+// Cancel or Yes from the message box, or leaf mode on the console, end the process with code 1.
+TEST_F(MessageBox, CancelYesOrLeafModeEndTheProcess) {
+    const std::string box = "KVX:\nterminating the application";
+    const struct { bool box; int mode; std::vector<int> answers; std::string out; } cases[] = {
+        {true, QX_ErrorModeParent, {2}, box},      // Cancel
+        {true, QX_ErrorModeLeaf, {1, 6}, box},     // OK, then Yes to "Terminate the application?"
+        {false, QX_ErrorModeLeaf, {},
+         "KVX Error: Bad argument \n\tin function\n\t\\[x:1\\]:f\\(\\):\n\tc\nKVX: terminating the application\n"},
+    };
+    for (const auto& c : cases) {
 #if defined(_WIN32)
-    GTEST_SKIP() << "FatalAppExitA shows a box of its own that nobody answers here";
-#else
-    EXPECT_EXIT(
-        {
-            g_answers.push_back(2);  // Cancel
-            QXWinError(-5, "f", "c", "x", 1);
-        },
-        testing::ExitedWithCode(1), "KVX:\nterminating the application");
-    EXPECT_EXIT(
-        {
-            QXSetErrMode(QX_ErrorModeLeaf);
-            g_answers.push_back(1);  // OK, then Yes to "Terminate the application?"
-            g_answers.push_back(6);
-            QXWinError(-5, "f", "c", "x", 1);
-        },
-        testing::ExitedWithCode(1), "KVX:\nterminating the application");
+        if (c.box) continue;  // FatalAppExitA shows a box of its own that nobody answers here
 #endif
+        EXPECT_EXIT(
+            {
+                QXSetErrMode(c.mode);
+                g_answers = c.answers;
+                (c.box ? QXWinError : QXError)(-5, "f", "c", "x", 1);
+            },
+            testing::ExitedWithCode(1), c.out);
+    }
 }
 
 TEST_F(Errors, MessageBoxHandlerWithoutATerminalAnswersOkAndNo) {
@@ -175,16 +177,6 @@ TEST_F(Errors, MessageBoxHandlerWithoutATerminalAnswersOkAndNo) {
     EXPECT_NE(out.find("KVX Error: Bad argument\nin function\n[..\\LIBSRC\\F.cpp:12]:QXfoo():\nn<=0"), std::string::npos)
         << out;
     EXPECT_NE(out.find("QXStdErrMode=QX_ErrorModeLeaf\n  Terminate the application?"), std::string::npos) << out;
-}
-
-TEST_F(Errors, LeafModeTerminatesWithExitCodeOne) {
-    EXPECT_EXIT(
-        {
-            QXSetStdError();
-            QXSetErrMode(QX_ErrorModeLeaf);
-            QXError(-5, "f", "c", "x", 1);
-        },
-        testing::ExitedWithCode(1), "KVX Error: Bad argument \n\tin function\n\t\\[x:1\\]:f\\(\\):\n\tc\nKVX: terminating the application\n");
 }
 
 TEST_F(Errors, RedirectReturnsThePreviousHandlerAndNullMeansConsole) {

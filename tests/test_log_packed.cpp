@@ -6,10 +6,10 @@
 #include <vector>
 
 #include "kvx_test.h"
+#include "model_reference.h"
 #include "qx_packed.h"
 
 using kvxtest::LibTest;
-using kvxtest::Rep;
 
 namespace {
 
@@ -37,28 +37,24 @@ struct PackedOp {
     void (*call)(const u8* a, const u8* b, u8* d, int sp, int dp, int n);
 };
 
+// The operations bits (P = QXbb, w = 1) and nibbles (QXnb, 4) both have.
+#define KVX_LOGICAL(P, w, Op, op)                                                                    \
+    {#P #Op "2", w, [](U d, U a, U) { return d op a; },                                              \
+     [](auto a, auto, auto d, int s, int p, int n) { P##Op##2(a, d, s, p, n); }},                    \
+    {#P #Op "3", w, [](U, U a, U b) { return a op b; },                                              \
+     [](auto a, auto b, auto d, int s, int p, int n) { P##Op##3(a, b, d, s, p, n); }}
+#define KVX_SHARED(P, w)                                                                                                  \
+    {#P "Copy", w, [](U, U a, U) { return a; }, [](auto a, auto, auto d, int s, int p, int n) { P##Copy(a, d, s, p, n); }}, \
+    {#P "Zero", w, [](U, U, U) { return 0u; }, [](auto, auto, auto d, int, int p, int n) { P##Zero(d, p, n); }},           \
+    {#P "Not", w, [](U d, U, U) { return ~d; }, [](auto, auto, auto d, int, int p, int n) { P##Not(d, p, n); }},           \
+    KVX_LOGICAL(P, w, And, &), KVX_LOGICAL(P, w, Or, |), KVX_LOGICAL(P, w, Xor, ^)
+
 const PackedOp kOps[] = {
-    {"QXbbCopy", 1, [](U, U a, U) { return a; }, [](auto a, auto, auto d, int s, int p, int n) { QXbbCopy(a, d, s, p, n); }},
-    {"QXbbAnd2", 1, [](U d, U a, U) { return d & a; }, [](auto a, auto, auto d, int s, int p, int n) { QXbbAnd2(a, d, s, p, n); }},
-    {"QXbbOr2", 1, [](U d, U a, U) { return d | a; }, [](auto a, auto, auto d, int s, int p, int n) { QXbbOr2(a, d, s, p, n); }},
-    {"QXbbXor2", 1, [](U d, U a, U) { return d ^ a; }, [](auto a, auto, auto d, int s, int p, int n) { QXbbXor2(a, d, s, p, n); }},
-    {"QXbbAnd3", 1, [](U, U a, U b) { return a & b; }, [](auto a, auto b, auto d, int s, int p, int n) { QXbbAnd3(a, b, d, s, p, n); }},
-    {"QXbbOr3", 1, [](U, U a, U b) { return a | b; }, [](auto a, auto b, auto d, int s, int p, int n) { QXbbOr3(a, b, d, s, p, n); }},
-    {"QXbbXor3", 1, [](U, U a, U b) { return a ^ b; }, [](auto a, auto b, auto d, int s, int p, int n) { QXbbXor3(a, b, d, s, p, n); }},
-    {"QXbbZero", 1, [](U, U, U) { return 0u; }, [](auto, auto, auto d, int, int p, int n) { QXbbZero(d, p, n); }},
+    KVX_SHARED(QXbb, 1),
+    KVX_SHARED(QXnb, 4),
     {"QXbbSet 1", 1, [](U, U, U) { return 1u; }, [](auto, auto, auto d, int, int p, int n) { QXbbSet(0x03, d, p, n); }},
     {"QXbbSet 0", 1, [](U, U, U) { return 0u; }, [](auto, auto, auto d, int, int p, int n) { QXbbSet(0xFE, d, p, n); }},
-    {"QXbbNot", 1, [](U d, U, U) { return ~d; }, [](auto, auto, auto d, int, int p, int n) { QXbbNot(d, p, n); }},
-    {"QXnbCopy", 4, [](U, U a, U) { return a; }, [](auto a, auto, auto d, int s, int p, int n) { QXnbCopy(a, d, s, p, n); }},
-    {"QXnbAnd2", 4, [](U d, U a, U) { return d & a; }, [](auto a, auto, auto d, int s, int p, int n) { QXnbAnd2(a, d, s, p, n); }},
-    {"QXnbOr2", 4, [](U d, U a, U) { return d | a; }, [](auto a, auto, auto d, int s, int p, int n) { QXnbOr2(a, d, s, p, n); }},
-    {"QXnbXor2", 4, [](U d, U a, U) { return d ^ a; }, [](auto a, auto, auto d, int s, int p, int n) { QXnbXor2(a, d, s, p, n); }},
-    {"QXnbAnd3", 4, [](U, U a, U b) { return a & b; }, [](auto a, auto b, auto d, int s, int p, int n) { QXnbAnd3(a, b, d, s, p, n); }},
-    {"QXnbOr3", 4, [](U, U a, U b) { return a | b; }, [](auto a, auto b, auto d, int s, int p, int n) { QXnbOr3(a, b, d, s, p, n); }},
-    {"QXnbXor3", 4, [](U, U a, U b) { return a ^ b; }, [](auto a, auto b, auto d, int s, int p, int n) { QXnbXor3(a, b, d, s, p, n); }},
-    {"QXnbZero", 4, [](U, U, U) { return 0u; }, [](auto, auto, auto d, int, int p, int n) { QXnbZero(d, p, n); }},
     {"QXnbSet", 4, [](U, U, U) { return 0xAu; }, [](auto, auto, auto d, int, int p, int n) { QXnbSet(0x5A, d, p, n); }},
-    {"QXnbNot", 4, [](U d, U, U) { return ~d; }, [](auto, auto, auto d, int, int p, int n) { QXnbNot(d, p, n); }},
     {"QXnbAnd2s", 4, [](U d, U, U) { return d & 0x6u; }, [](auto, auto, auto d, int, int p, int n) { QXnbAnd2s(0xF6, d, p, n); }},
     {"QXnbOr2s", 4, [](U d, U, U) { return d | 0x9u; }, [](auto, auto, auto d, int, int p, int n) { QXnbOr2s(0x39, d, p, n); }},
     {"QXnbXor2s", 4, [](U d, U, U) { return d ^ 0xCu; }, [](auto, auto, auto d, int, int p, int n) { QXnbXor2s(0x0C, d, p, n); }},
@@ -116,19 +112,13 @@ TEST_F(PackedVectors, ChecksReportEveryBadArgumentInOrderAndPendingErrorsStopThe
     QXbbAnd3(nullptr, nullptr, nullptr, 8, -1, 0);
     QXnbXor2(nullptr, v, 0, 2, 1);
     QXnbOr2s(3, nullptr, 2, 0);
-    EXPECT_EQ(got(), (std::vector<Rep>{
-                         {-5, "QXbbZero", "dst==0"}, {-5, "QXbbZero", "startPos<0"}, {-5, "QXbbZero", "n<=0"},
-                         {-5, "QXnbSet", "startPos>1"}, {-5, "QXnbSet", "n<=0"},
-                         {-5, "QXbbCopy", "srcStartPos<0"}, {-5, "QXbbCopy", "dstStartPos>7"}, {-5, "QXbbCopy", "n<=0"},
-                         {-5, "QXbbCopy", "src==0"}, {-5, "QXbbCopy", "dst==0"},
-                         {-5, "QXnbCopy", "srcStartPos>1"}, {-5, "QXnbCopy", "dstStartPos<0"},
-                         {-5, "QXbbNot", "dst==0"}, {-5, "QXbbNot", "dstStartPos>7"},
-                         {-5, "QXnbNot", "dstStartPos<0"}, {-5, "QXnbNot", "n<=0"},
-                         {-5, "QXbbAnd3", "srcStartPos>7"}, {-5, "QXbbAnd3", "dstStartPos<0"}, {-5, "QXbbAnd3", "n<=0"},
-                         {-5, "QXbbAnd3", "srcA==0"}, {-5, "QXbbAnd3", "srcB==0"}, {-5, "QXbbAnd3", "dst==0"},
-                         {-5, "QXnbXor2", "dstStartPos>1"}, {-5, "QXnbXor2", "src==0"},
-                         {-5, "QXnbOr2s", "dstStartPos>1"}, {-5, "QXnbOr2s", "n<=0"}, {-5, "QXnbOr2s", "dst==0"},
-                     }));
+    EXPECT_EQ(got(), ref::reps({{-5, "QXbbZero", {"dst==0", "startPos<0", "n<=0"}}, {-5, "QXnbSet", {"startPos>1", "n<=0"}},
+                                {-5, "QXbbCopy", {"srcStartPos<0", "dstStartPos>7", "n<=0", "src==0", "dst==0"}},
+                                {-5, "QXnbCopy", {"srcStartPos>1", "dstStartPos<0"}}, {-5, "QXbbNot", {"dst==0", "dstStartPos>7"}},
+                                {-5, "QXnbNot", {"dstStartPos<0", "n<=0"}},
+                                {-5, "QXbbAnd3", {"srcStartPos>7", "dstStartPos<0", "n<=0", "srcA==0", "srcB==0", "dst==0"}},
+                                {-5, "QXnbXor2", {"dstStartPos>1", "src==0"}},
+                                {-5, "QXnbOr2s", {"dstStartPos>1", "n<=0", "dst==0"}}}));
     EXPECT_TRUE(kvxtest::all_name_raising_lines());
     EXPECT_EQ(Bytes(v, v + 4), (Bytes{1, 2, 3, 4}));
 

@@ -7,10 +7,10 @@
 #include <vector>
 
 #include "kvx_test.h"
+#include "model_reference.h"
 #include "qx_packed.h"
 
 using kvxtest::LibTest;
-using kvxtest::Rep;
 
 namespace {
 
@@ -30,46 +30,26 @@ struct PlainOp {
     E (*ref)(E d, E a, E b);
 };
 
-const PlainOp<Y> kY[] = {
-    {"QXybZero", [](const Y*, const Y*, Y* d, int n) { QXybZero(d, n); }, [](Y, Y, Y) { return Y{0}; }},
-    {"QXybSet", [](const Y*, const Y*, Y* d, int n) { QXybSet(0x3C, d, n); }, [](Y, Y, Y) { return Y{0x3C}; }},
-    {"QXybCopy", [](const Y* a, const Y*, Y* d, int n) { QXybCopy(a, d, n); }, [](Y, Y a, Y) { return a; }},
-    {"QXybNot", [](const Y*, const Y*, Y* d, int n) { QXybNot(d, n); }, [](Y d, Y, Y) { return Y(~d); }},
-    {"QXybAnd2", [](const Y* a, const Y*, Y* d, int n) { QXybAnd2(a, d, n); }, [](Y d, Y a, Y) { return Y(d & a); }},
-    {"QXybOr2", [](const Y* a, const Y*, Y* d, int n) { QXybOr2(a, d, n); }, [](Y d, Y a, Y) { return Y(d | a); }},
-    {"QXybXor2", [](const Y* a, const Y*, Y* d, int n) { QXybXor2(a, d, n); }, [](Y d, Y a, Y) { return Y(d ^ a); }},
-    {"QXybAnd3", [](const Y* a, const Y* b, Y* d, int n) { QXybAnd3(a, b, d, n); }, [](Y, Y a, Y b) { return Y(a & b); }},
-    {"QXybOr3", [](const Y* a, const Y* b, Y* d, int n) { QXybOr3(a, b, d, n); }, [](Y, Y a, Y b) { return Y(a | b); }},
-    {"QXybXor3", [](const Y* a, const Y* b, Y* d, int n) { QXybXor3(a, b, d, n); }, [](Y, Y a, Y b) { return Y(a ^ b); }},
-    {"QXybAnd2s", [](const Y*, const Y*, Y* d, int n) { QXybAnd2s(0xA5, d, n); }, [](Y d, Y, Y) { return Y(d & 0xA5); }},
-    {"QXybOr2s", [](const Y*, const Y*, Y* d, int n) { QXybOr2s(0xA5, d, n); }, [](Y d, Y, Y) { return Y(d | 0xA5); }},
-    {"QXybXor2s", [](const Y*, const Y*, Y* d, int n) { QXybXor2s(0xA5, d, n); }, [](Y d, Y, Y) { return Y(d ^ 0xA5); }},
-};
-const PlainOp<T> kT[] = {
-    {"QXtbZero", [](const T*, const T*, T* d, int n) { QXtbZero(d, n); }, [](T, T, T) { return T{0}; }},
-    {"QXtbSet", [](const T*, const T*, T* d, int n) { QXtbSet(-3, d, n); }, [](T, T, T) { return T{-3}; }},
-    {"QXtbCopy", [](const T* a, const T*, T* d, int n) { QXtbCopy(a, d, n); }, [](T, T a, T) { return a; }},
-};
-const PlainOp<W> kW[] = {
-    {"QXwbZero", [](const W*, const W*, W* d, int n) { QXwbZero(d, n); }, [](W, W, W) { return W{0}; }},
-    {"QXwbSet", [](const W*, const W*, W* d, int n) { QXwbSet(-2, d, n); }, [](W, W, W) { return W{-2}; }},
-    {"QXwbCopy", [](const W* a, const W*, W* d, int n) { QXwbCopy(a, d, n); }, [](W, W a, W) { return a; }},
-    {"QXwbNot", [](const W*, const W*, W* d, int n) { QXwbNot(d, n); }, [](W d, W, W) { return W(~d); }},
-    {"QXwbAnd2", [](const W* a, const W*, W* d, int n) { QXwbAnd2(a, d, n); }, [](W d, W a, W) { return W(d & a); }},
-    {"QXwbOr2", [](const W* a, const W*, W* d, int n) { QXwbOr2(a, d, n); }, [](W d, W a, W) { return W(d | a); }},
-    {"QXwbXor2", [](const W* a, const W*, W* d, int n) { QXwbXor2(a, d, n); }, [](W d, W a, W) { return W(d ^ a); }},
-    {"QXwbAnd3", [](const W* a, const W* b, W* d, int n) { QXwbAnd3(a, b, d, n); }, [](W, W a, W b) { return W(a & b); }},
-    {"QXwbOr3", [](const W* a, const W* b, W* d, int n) { QXwbOr3(a, b, d, n); }, [](W, W a, W b) { return W(a | b); }},
-    {"QXwbXor3", [](const W* a, const W* b, W* d, int n) { QXwbXor3(a, b, d, n); }, [](W, W a, W b) { return W(a ^ b); }},
-    {"QXwbAnd2s", [](const W*, const W*, W* d, int n) { QXwbAnd2s(-0x5A5B, d, n); }, [](W d, W, W) { return W(d & -0x5A5B); }},
-    {"QXwbOr2s", [](const W*, const W*, W* d, int n) { QXwbOr2s(0x0101, d, n); }, [](W d, W, W) { return W(d | 0x0101); }},
-    {"QXwbXor2s", [](const W*, const W*, W* d, int n) { QXwbXor2s(-0x5A5B, d, n); }, [](W d, W, W) { return W(d ^ -0x5A5B); }},
-};
-const PlainOp<S> kS[] = {
-    {"QXsbZero", [](const S*, const S*, S* d, int n) { QXsbZero(d, n); }, [](S, S, S) { return 0.0f; }},
-    {"QXsbSet", [](const S*, const S*, S* d, int n) { QXsbSet(-1.25f, d, n); }, [](S, S, S) { return -1.25f; }},
-    {"QXsbCopy", [](const S* a, const S*, S* d, int n) { QXsbCopy(a, d, n); }, [](S, S a, S) { return a; }},
-};
+// The operations of prefix P (QXyb: QXybZero, ...) on elements E; K is the
+// value of Set and of the "2s" forms. Every type has Zero, Set and Copy; bytes
+// and shorts have Not and the three logical operations in their three forms.
+#define KVX_BASIC(P, E, K)                                                                        \
+    {#P "Zero", [](const E*, const E*, E* d, int n) { P##Zero(d, n); }, [](E, E, E) { return E{0}; }}, \
+    {#P "Set", [](const E*, const E*, E* d, int n) { P##Set(K, d, n); }, [](E, E, E) { return E(K); }}, \
+    {#P "Copy", [](const E* a, const E*, E* d, int n) { P##Copy(a, d, n); }, [](E, E a, E) { return a; }}
+#define KVX_LOGICAL(P, E, K, Op, op)                                                                          \
+    {#P #Op "2", [](const E* a, const E*, E* d, int n) { P##Op##2(a, d, n); }, [](E d, E a, E) { return E(d op a); }}, \
+    {#P #Op "3", [](const E* a, const E* b, E* d, int n) { P##Op##3(a, b, d, n); },                          \
+     [](E, E a, E b) { return E(a op b); }},                                                                  \
+    {#P #Op "2s", [](const E*, const E*, E* d, int n) { P##Op##2s(K, d, n); }, [](E d, E, E) { return E(d op K); }}
+#define KVX_ALL(P, E, K)                                                                      \
+    KVX_BASIC(P, E, K), {#P "Not", [](const E*, const E*, E* d, int n) { P##Not(d, n); }, [](E d, E, E) { return E(~d); }}, \
+        KVX_LOGICAL(P, E, K, And, &), KVX_LOGICAL(P, E, K, Or, |), KVX_LOGICAL(P, E, K, Xor, ^)
+
+const PlainOp<Y> kY[] = {KVX_ALL(QXyb, Y, 0xA5)};
+const PlainOp<T> kT[] = {KVX_BASIC(QXtb, T, -3)};
+const PlainOp<W> kW[] = {KVX_ALL(QXwb, W, -0x5A3D)};  // 0xA5C3: its two bytes differ
+const PlainOp<S> kS[] = {KVX_BASIC(QXsb, S, -1.25f)};
 
 // Every operation of one element type, at every lane width, with the
 // destination and the two sources at different offsets from an aligned start,
@@ -116,14 +96,9 @@ TEST_F(PlainVectors, ChecksReportEveryBadArgumentInOrderAndDoNothing) {
     QXwbXor2(nullptr, w, -2);
     QXwbOr2s(1, nullptr, 0);
     QXwbNot(w, 0);
-    EXPECT_EQ(got(), (std::vector<Rep>{
-                         {-5, "QXybZero", "n<=0"}, {-5, "QXybZero", "dst==0"},
-                         {-5, "QXsbCopy", "n<=0"}, {-5, "QXsbCopy", "src==0"}, {-5, "QXsbCopy", "dst==0"},
-                         {-5, "QXybAnd3", "n<=0"}, {-5, "QXybAnd3", "srcA==0"}, {-5, "QXybAnd3", "srcB==0"},
-                         {-5, "QXybAnd3", "dst==0"},
-                         {-5, "QXwbXor2", "n<=0"}, {-5, "QXwbXor2", "src==0"}, {-5, "QXwbOr2s", "n<=0"},
-                         {-5, "QXwbOr2s", "dst==0"}, {-5, "QXwbNot", "n<=0"},
-                     }));
+    EXPECT_EQ(got(), ref::reps({{-5, "QXybZero", {"n<=0", "dst==0"}}, {-5, "QXsbCopy", {"n<=0", "src==0", "dst==0"}},
+                                {-5, "QXybAnd3", {"n<=0", "srcA==0", "srcB==0", "dst==0"}}, {-5, "QXwbXor2", {"n<=0", "src==0"}},
+                                {-5, "QXwbOr2s", {"n<=0", "dst==0"}}, {-5, "QXwbNot", {"n<=0"}}}));
     EXPECT_TRUE(kvxtest::all_name_raising_lines());
     EXPECT_EQ(w[0], 5);
 }
