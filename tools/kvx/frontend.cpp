@@ -174,11 +174,6 @@ FrontEnd::~FrontEnd() {
     if (bank_) (opt_.fixedPoint ? QXwFreeMFCCFilters : QXsFreeMFCCFilters)(bank_);
 }
 
-long FrontEnd::frameCount(std::size_t n) const {
-    if (n < static_cast<std::size_t>(frameLen_)) return 0;
-    return static_cast<long>((n - frameLen_) / hop_ + 1);
-}
-
 // The cepstrum of the windowed frame in buf_-layout `windowed` (N reals),
 // with every bin's log10 magnitude at least zeroFloor.
 void FrontEnd::floored(const float* windowed, float* out) {

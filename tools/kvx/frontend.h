@@ -139,8 +139,6 @@ public:
     FrontEnd& operator=(const FrontEnd&) = delete;
 
     const FeatureOptions& options() const { return opt_; }
-    // Number of whole frames in n samples.
-    long frameCount(std::size_t n) const;
     // Features of n samples at options().rate (16-bit scale).
     Features compute(const float* samples, std::size_t n);
     Features compute(const short* samples, std::size_t n);
