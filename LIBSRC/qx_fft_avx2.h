@@ -316,12 +316,11 @@ QX_AVX2_INLINE void last_block(const float* x, std::size_t quarter, std::size_t 
     }
 }
 
-// NaN lanes of y[0..3] added to `nan`.
+// The lanes where any of y[0..3] is a NaN, added to `nan`: an unordered
+// compare of two vectors covers both.
 QX_AVX2_INLINE __m256 watch(__m256 nan, const __m256 y[4]) noexcept {
-    #pragma GCC unroll 4
-    for (int k = 0; k < 4; ++k)
-        nan = _mm256_or_ps(nan, _mm256_cmp_ps(y[k], y[k], _CMP_UNORD_Q));
-    return nan;
+    nan = _mm256_or_ps(nan, _mm256_cmp_ps(y[0], y[1], _CMP_UNORD_Q));
+    return _mm256_or_ps(nan, _mm256_cmp_ps(y[2], y[3], _CMP_UNORD_Q));
 }
 
 template <bool kRadix4, bool kWatch>
