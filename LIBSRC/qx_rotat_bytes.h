@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 
 #include "qx_cpu.h"
 #include "qx_rotat.h"
@@ -109,19 +108,14 @@ __attribute__((flatten)) inline void transpose_bytes_plain(const Sides& s, i64 i
 // about 3% of the turn, and so does a step known only at run time.
 template <int kDir>
 struct InRows {
-    static constexpr i64 kStep = kDir * i64{sizeof(Row)};
-    const char* at;  // the entry of the unit's first row
+    Rows rows;  // from the entry of the unit's first row
     i64 col;
     InRows(const Sides& s, i64 ic, i64 m, i64 k)
-        : at(static_cast<const char*>(s.image.base) + (s.inFirst + s.inStep * m) * i64{sizeof(Row)}), col(ic + k) {}
-    const std::uint8_t* operator[](i64 i) const {
-        Row p;
-        std::memcpy(&p, at + i * kStep, sizeof p);
-        return p + col;
-    }
+        : rows{static_cast<const char*>(s.image.base) + (s.inFirst + s.inStep * m) * i64{sizeof(Row)}}, col(ic + k) {}
+    const std::uint8_t* operator[](i64 i) const { return rows[kDir * i] + col; }
     InRows from(i64 i) const {
         InRows r = *this;
-        r.at += i * kStep;
+        r.rows.base = static_cast<const char*>(rows.base) + kDir * i * i64{sizeof(Row)};
         return r;
     }
 };
