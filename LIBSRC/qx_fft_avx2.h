@@ -175,11 +175,12 @@ struct SpreadGathered {
 };
 
 // First-stage butterflies j .. j + 3 (q = n/4 apart) from pairs into the four
-// blocks of index j .. j + 3. Lane kZero (or none: -1) is j = 0, which takes
-// no twiddles; lane kEighth is j = q/2. The blocks take the same 32-byte runs
-// the butterflies read, so the stage works in place.
+// blocks of index j .. j + 3, blocks[l] for element position kPairLane[l] q +
+// j. Lane kZero (or none: -1) is j = 0, which takes no twiddles; lane kEighth
+// is j = q/2. The blocks take the same 32-byte runs the butterflies read, so
+// the stage works in place.
 template <int kZero, int kEighth, class Tw>
-QX_AVX2_INLINE void first_block(float* x, std::size_t j, std::size_t q, const Tw& tw) noexcept {
+QX_AVX2_INLINE void first_block(const float* x, std::size_t j, std::size_t q, const Tw& tw, __m256 blocks[4]) noexcept {
     Quad r[4];
     radix4(load_pairs(x, j), load_pairs(x, j + q), load_pairs(x, j + 2 * q), load_pairs(x, j + 3 * q), r);
     Quad y[4] = {r[0], times(r[1], tw.get(j, 1)), times(r[2], tw.get(j, 2)), times(r[3], tw.get(j, 3))};
@@ -196,29 +197,50 @@ QX_AVX2_INLINE void first_block(float* x, std::size_t j, std::size_t q, const Tw
     }
     // Results by quarter: x0, then the index-2 term, index 1, index 3.
     const Quad* byQuarter[4] = {&y[0], &y[2], &y[1], &y[3]};
-    __m256 rows[4], blocks[4];
+    __m256 rows[4];
     #pragma GCC unroll 4
     for (int t = 0; t < 4; ++t)
         rows[t] = _mm256_set_m128(_mm256_cvtpd_ps(byQuarter[t]->im), _mm256_cvtpd_ps(byQuarter[t]->re));
     transpose_halves(rows, blocks);
+}
+
+// Butterflies j .. j + 7 as two blocks of four (the special lanes of the
+// first: kZero, kEighth; of the second: kEighth4), whose runs of equal
+// position are stored one after the other: both halves of a 64-byte line
+// back to back (about 2% of a 64-point transform).
+template <int kZero, int kEighth, int kEighth4, class Tw>
+QX_AVX2_INLINE void first_pair(float* x, std::size_t j, std::size_t q, const Tw& tw) noexcept {
+    __m256 a[4], b[4];
+    first_block<kZero, kEighth>(x, j, q, tw, a);
+    first_block<-1, kEighth4>(x, j + 4, q, tw, b);
     #pragma GCC unroll 4
-    for (std::size_t l = 0; l < 4; ++l)
-        _mm256_storeu_ps(x + 2 * (kPairLane[l] * q + j), blocks[l]);
+    for (std::size_t l = 0; l < 4; ++l) {
+        _mm256_storeu_ps(x + 2 * (kPairLane[l] * q + j), a[l]);
+        _mm256_storeu_ps(x + 2 * (kPairLane[l] * q + j + 4), b[l]);
+    }
 }
 
 template <class Tw>
 QX_AVX2_INLINE void first_stage(float* x, std::size_t n, const Tw& tw) noexcept {
     const std::size_t q = n / 4, mid = q / 2;
     if (q == 4) {
-        first_block<0, 1>(x, 0, q, tw);  // j = 2 is lane 1
+        __m256 a[4];
+        first_block<0, 1>(x, 0, q, tw, a);  // j = 2 is lane 1
+        #pragma GCC unroll 4
+        for (std::size_t l = 0; l < 4; ++l)
+            _mm256_storeu_ps(x + 2 * kPairLane[l] * q, a[l]);
         return;
     }
-    first_block<0, -1>(x, 0, q, tw);
-    for (std::size_t j = 4; j < mid; j += 4)
-        first_block<-1, -1>(x, j, q, tw);
-    first_block<-1, 0>(x, mid, q, tw);
-    for (std::size_t j = mid + 4; j < q; j += 4)
-        first_block<-1, -1>(x, j, q, tw);
+    if (q == 8) {
+        first_pair<0, -1, 0>(x, 0, q, tw);  // j = 4 is lane 0 of the second block
+        return;
+    }
+    first_pair<0, -1, -1>(x, 0, q, tw);
+    for (std::size_t j = 8; j < mid; j += 8)
+        first_pair<-1, -1, -1>(x, j, q, tw);
+    first_pair<-1, 0, -1>(x, mid, q, tw);
+    for (std::size_t j = mid + 8; j < q; j += 8)
+        first_pair<-1, -1, -1>(x, j, q, tw);
 }
 
 // Four butterflies (one per lane) on the blocks a, b, c, d. kKind 0: j = 0
