@@ -180,9 +180,9 @@ bool float_core(float* x, int order, const float* w, const int* rev, bool invers
     using namespace qx::fft::avx2;
     bool nan = false;  // a NaN among the results (watched when settling)
     if (order == 4)
-        nan = (settle ? small_core<4, true> : small_core<4, false>)(x, e, rev);
+        nan = (settle ? small_core<4, true> : small_core<4, false>)(x, e);
     else if (order == 6)
-        nan = (settle ? small_core<6, true> : small_core<6, false>)(x, e, rev);
+        nan = (settle ? small_core<6, true> : small_core<6, false>)(x, e);
     else
         nan = (settle ? core<true> : core<false>)(x, order, w, e, rev);
     if (inverse)  // conjugation commutes with the permutation
