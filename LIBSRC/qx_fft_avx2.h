@@ -330,13 +330,12 @@ QX_AVX2_INLINE void last_block(const float* x, std::size_t quarter, std::size_t 
         r[3] = {dif(u[2].re, u[3].re), dif(u[2].im, u[3].im)};
     }
     // Run positions 0, 1 hold T = 0, 2 and positions 2, 3 hold T = 1, 3: the
-    // lane pairs of the unpacks.
+    // real parts and the imaginary parts rounded side by side, then one
+    // permutation interleaves them in that order.
+    const __m256i order = _mm256_setr_epi32(0, 4, 2, 6, 1, 5, 3, 7);
     #pragma GCC unroll 4
-    for (int k = 0; k < 4; ++k) {
-        const __m128 lo = _mm256_cvtpd_ps(_mm256_unpacklo_pd(r[k].re, r[k].im));
-        const __m128 hi = _mm256_cvtpd_ps(_mm256_unpackhi_pd(r[k].re, r[k].im));
-        y[k] = _mm256_set_m128(hi, lo);
-    }
+    for (int k = 0; k < 4; ++k)
+        y[k] = _mm256_permutevar8x32_ps(_mm256_set_m128(_mm256_cvtpd_ps(r[k].im), _mm256_cvtpd_ps(r[k].re)), order);
 }
 
 // The lanes where any of y[0..3] is a NaN, added to `nan`: an unordered
