@@ -160,11 +160,28 @@ inline void settle_all(float* x, std::size_t count) noexcept {
     }
 }
 
+#if QX_FFT_X86
+// The AVX2 core of `order` (at least 4): the small orders' with every count
+// known. With kWatch, true when a result is a NaN.
+template <bool kWatch>
+bool vector_core(float* x, int order, const float* w, const double* e, const int* rev) noexcept {
+    using namespace qx::fft::avx2;
+    if (order == 4)
+        return small_core<4, kWatch>(x, e);
+    if (order == 6)
+        return small_core<6, kWatch>(x, e);
+    return core<kWatch>(x, order, w, e, rev);
+}
+#endif
+
 // Radix4<FloatOps>::run followed by the bit reversal, with the AVX2 stages
 // where the processor has them; the last pass then writes bit-reversed, and
 // with `settle` settles the NaNs of a forward transform. `w` comes from
 // QXcGetFftTwdTbl (the widened copies may follow it). True when it settled.
-bool float_core(float* x, int order, const float* w, const int* rev, bool inverse, bool settle) noexcept {
+// Inlined into each transform, and the vector cores called directly: the
+// calls cost about 2% of a 64-point transform.
+[[gnu::always_inline]] inline bool float_core(float* x, int order, const float* w, const int* rev, bool inverse,
+                                              bool settle) noexcept {
     using Core = qx::fft::Radix4<FloatOps>;
     const std::size_t n = points(order);
     if (!use_avx2() || n <= 8) {
@@ -177,14 +194,8 @@ bool float_core(float* x, int order, const float* w, const int* rev, bool invers
         FloatOps::conj(x, n);
     settle = settle && !inverse;  // the conjugation below would turn a settled NaN
     const double* e = stage_twiddles(w, order);
-    using namespace qx::fft::avx2;
-    bool nan = false;  // a NaN among the results (watched when settling)
-    if (order == 4)
-        nan = (settle ? small_core<4, true> : small_core<4, false>)(x, e);
-    else if (order == 6)
-        nan = (settle ? small_core<6, true> : small_core<6, false>)(x, e);
-    else
-        nan = (settle ? core<true> : core<false>)(x, order, w, e, rev);
+    // A NaN among the results (watched when settling).
+    const bool nan = settle ? vector_core<true>(x, order, w, e, rev) : vector_core<false>(x, order, w, e, rev);
     if (inverse)  // conjugation commutes with the permutation
         FloatOps::conj(x, n);
     if (settle && nan)
