@@ -105,27 +105,6 @@ TEST_F(FftTest, FloatTransformsMatchTheDftAndInvert) {
     EXPECT_TRUE(got().empty());
 }
 
-// The vector stages and split perform the scalar operations in the same
-// order, so the dispatched real transform (which runs the complex core on
-// half the points) equals the plain scalar code bit for bit.
-TEST_F(FftTest, TransformsEqualThePlainScalarCodeBitForBit) {
-    for (int order = 1; order <= 14; ++order) {
-        const std::size_t n = std::size_t{1} << order;
-        auto in = noise<float>(n, 1.0, 500 + order);
-        in[1] = -0.0f, in[n - 1] = 0.0f;
-        for (bool inverse : {false, true}) {
-            std::vector<float> want = in, got = in;
-            if (order > 1) {
-                qx::fft::Radix4<qx::fft::FloatOps>::run(want.data(), order - 1, QXcGetFftTwdTbl(order - 1), inverse);
-                qx::fft::bit_reverse(want.data(), order - 1, order >= 4 ? QXGetBitRevTbl(order - 1) : nullptr);
-            }
-            qx::fft::real_split<qx::fft::FloatOps>(want.data(), n / 2, qx::fft::real_twiddles(order), !inverse);
-            QXsRealFft(got.data(), order, inverse ? QX_INVERSE | QX_NO_INVERSE_SCALING : QX_FORWARD);
-            ASSERT_EQ(std::memcmp(want.data(), got.data(), 4 * n), 0) << order << inverse;
-        }
-    }
-}
-
 // Every kernel path gives the plain path's bytes, NaNs included: all three
 // float transforms (the in-place forms through the Nip ones), every direction
 // and scaling, odd and even orders, on random data, subnormals, values near
