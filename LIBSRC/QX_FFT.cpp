@@ -26,28 +26,9 @@
 
 namespace {
 
+using qx::fft::calc_bit_reversal;
 using qx::fft::FloatOps;
 using qx::fft::points;
-
-// Bit-reversed indices of n = 2^order points, by the reversed-counter walk.
-void calc_bit_reversal(int* tbl, int order) noexcept {
-    const std::size_t n = points(order);
-    tbl[0] = 0;
-    tbl[n - 1] = static_cast<int>(n - 1);
-    std::size_t j = 0;
-    for (std::size_t i = 1; i + 1 < n; ++i) {
-        std::size_t bit = n >> 1;
-        while (j & bit) {
-            j ^= bit;
-            bit >>= 1;
-        }
-        j |= bit;
-        if (i <= j) {
-            tbl[i] = static_cast<int>(j);
-            tbl[j] = static_cast<int>(i);
-        }
-    }
-}
 
 // e^(-2*pi*i*k/n): only the power-of-two fractions of the circle come from
 // sine and cosine; the other first-octant entries are products of two table

@@ -49,7 +49,27 @@ inline std::uint32_t settled(std::uint32_t bits) noexcept {
 }
 
 // 2^order: the points of a transform of `order`.
-inline std::size_t points(int order) noexcept { return std::size_t{1} << order; }
+constexpr std::size_t points(int order) noexcept { return std::size_t{1} << order; }
+
+// Bit-reversed indices of n = 2^order points, by the reversed-counter walk.
+constexpr void calc_bit_reversal(int* tbl, int order) noexcept {
+    const std::size_t n = points(order);
+    tbl[0] = 0;
+    tbl[n - 1] = static_cast<int>(n - 1);
+    std::size_t j = 0;
+    for (std::size_t i = 1; i + 1 < n; ++i) {
+        std::size_t bit = n >> 1;
+        while (j & bit) {
+            j ^= bit;
+            bit >>= 1;
+        }
+        j |= bit;
+        if (i <= j) {
+            tbl[i] = static_cast<int>(j);
+            tbl[j] = static_cast<int>(i);
+        }
+    }
+}
 
 // The order checks of every table and transform, in their order, reported on
 // the caller's line. True when the order is out of [0, 31].

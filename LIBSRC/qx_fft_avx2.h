@@ -409,10 +409,8 @@ template <int kOrder, bool kWatch>
 QX_AVX2 __attribute__((flatten)) bool small_core(float* x, const double* e) noexcept {
     constexpr std::size_t n = std::size_t{1} << kOrder;
     static constexpr auto kRev = [] {
-        std::array<int, n / 4> rev{};
-        for (std::size_t i = 0; i < n / 4; ++i)
-            for (int b = 0; b < kOrder; ++b)
-                rev[i] |= static_cast<int>((i >> b) & 1) << (kOrder - 1 - b);
+        std::array<int, n> rev{};
+        calc_bit_reversal(rev.data(), kOrder);
         return rev;
     }();
     first_stage(x, n, Widened{e});
